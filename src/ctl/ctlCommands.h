@@ -1,0 +1,23 @@
+#pragma once
+
+// The verbs of ui-element-ctl, the command-line peer that speaks to the UI element tool the way
+// Ostrik Conductor does. Each returns the process exit status.
+
+#include <QString>
+#include <QStringList>
+
+inline constexpr int ctlExitSuccess = 0;
+inline constexpr int ctlExitFailure = 1; // the verb ran, but the other side did not answer
+inline constexpr int ctlExitUsage = 2;   // bad arguments or unreadable input
+
+// The line printed for one state report.
+QString stateReportLine(quint64 id, bool found);
+
+// Listens under the report id and prints one line per report until terminated.
+int runReports();
+
+// Sends the bytes of `filePath` as one command and tells whether "ack" came back.
+int runSend(const QString& filePath, int timeoutMilliseconds);
+
+// Parses the arguments (without the program name) and runs the verb.
+int runCtl(const QStringList& arguments);
