@@ -1,5 +1,12 @@
 #include "UIElement.h"
 
+#include "ZRMetaTypeRegistrar.h"
+
+template class ZRMetaTypeObjectRegistrar<UIElement>;
+template class ZRMetaTypeObjectRegistrar<UIElementCollection>;
+template class ZRMetaTypeRegistrar<UIElementList>;
+template class ZRMetaTypeRegistrar<NativeUIElement>;
+
 UIElement::UIElement(QObject* parent) : UIElementIdentifier(parent) {}
 
 // An element without an implementation behind it cannot be verified.
@@ -8,11 +15,56 @@ int UIElement::findUIElementAndCreateOSSpecificRepresentation(NativeUIElement&, 
     return UIElementNotVerified;
 }
 
+UIElementList::UIElementList(const QList<UIElement*>& other) : QList<UIElement*>(other) {}
+
+UIElementList::~UIElementList() = default;
+
+bool UIElementList::isSequentialStructure() const {
+    return true;
+}
+
+QList<int> UIElementList::keyList() const {
+    return indexList(*this);
+}
+
+UIElement*& UIElementList::getValueRef(const int& key) {
+    return growingElementRef<UIElement*>(*this, key, defaultValue());
+}
+
+UIElement* UIElementList::getValue(const int& key) const {
+    return at(key);
+}
+
 UIElementCollection::UIElementCollection(QObject* parent) : UIElementIdentifier(parent) {}
 
-// A collection with no alternatives cannot be verified.
-int UIElementCollection::findUIElementAndCreateOSSpecificRepresentation(NativeUIElement&,
-                                                                        QFlags<UIElementSearchOption>,
-                                                                        QVariant, bool*) const {
-    return UIElementNotVerified;
+int UIElementCollection::findUIElementAndCreateOSSpecificRepresentation(NativeUIElement& element,
+                                                                        QFlags<UIElementSearchOption> options,
+                                                                        QVariant alternative,
+                                                                        bool* abort) const {
+    const UIElementList alternatives = elements();
+    if (alternatives.isEmpty())
+        return UIElementNotVerified;
+    for (const UIElement* candidate : alternatives) {
+        // A gap left by a list loaded with missing indices is no alternative.
+        if (!candidate)
+            continue;
+        const int code =
+            candidate->findUIElementAndCreateOSSpecificRepresentation(element, options, alternative, abort);
+        if (code != UIElementNotFound)
+            return code;
+    }
+    return UIElementNotFound;
+}
+
+const UIElementList& UIElementCollection::elements() const {
+    return elementList;
+}
+
+void UIElementCollection::setElements(const UIElementList& newElements) {
+    for (UIElement* element : newElements) {
+        if (element)
+            element->setParent(this);
+    }
+    elementList = newElements;
+    Q_EMIT elementsChanged();
 }
