@@ -26,13 +26,19 @@ echo "== starting ui-element-ctl reports"
 reports_pid=$!
 for _ in $(seq 50); do grep -q "tool running" "$work/tool.log" && break; sleep 0.1; done
 
-printf '[General]\ncommand=2\nid=42\n' >"$work/stop.ini"
-echo "== ui-element-ctl send stop.ini   (stop watching id 42, which is not watched)"
-"$ctl" send "$work/stop.ini"
-
-printf '[General]\ncommand=1\nid=7\n' >"$work/start.ini"
-echo "== ui-element-ctl send start.ini  (start watching id 7, but the command holds no collection)"
+# A start command as the settings file lays it out: the collection under [elements], its list
+# of elements below it. Elements carry no stored description yet, so the tool can only answer
+# "not verified" (code 3) on each visit and sends no report.
+printf '[General]\ncommand=1\nid=9\n\n[elements]\nelements\\0\\childIndex=3\n' >"$work/start.ini"
+echo "== ui-element-ctl send start.ini  (start watching id 9: a collection of one element)"
 "$ctl" send "$work/start.ini"
+echo "== ui-element-ctl send start.ini  (again: the id is in use)"
+"$ctl" send "$work/start.ini"
+sleep 2.2
+echo "== ui-element-ctl stop 9"
+"$ctl" stop 9
+echo "== ui-element-ctl stop 42          (not watched)"
+"$ctl" stop 42
 
 printf '[General]\ncommand=7\nid=1\n' >"$work/bad.ini"
 echo "== ui-element-ctl send bad.ini    (an unknown command)"

@@ -3,6 +3,8 @@
 
 #include "QtLocalPeer.h"
 #include "StateReport.h"
+#include "UIElement.h"
+#include "dataObjectSerialization.h"
 #include "testSupport.h"
 #include "toolIds.h"
 
@@ -79,6 +81,21 @@ QString writeFile(const QString& name, const QByteArray& content) {
     return path;
 }
 
+// Runs ui-element-ctl to its end and tells whether it printed "ack" and nothing else.
+bool ctlAcknowledged(const QStringList& arguments) {
+    Binary ctl(UIET_CTL_PATH, arguments, QProcess::SeparateChannels);
+    return ctl.finish() && ctl.process.exitCode() == 0 && ctl.output() == QLatin1String("ack\n");
+}
+
+// A start command as Ostrik Conductor sends it: id 9, a collection of one element whose
+// implementation has a child index and options.
+const QByteArray startCommand("[General]\ncommand=1\nid=9\n\n[elements]\n"
+                              "elements\\0\\childIndex=3\n"
+                              "elements\\0\\options\\a%40VQfslash_b=2\n"
+                              "elements\\0\\options\\a%40VQfslash_b__type=int\n"
+                              "elements\\0\\options\\flag=true\n"
+                              "elements\\0\\options\\flag__type=bool\n");
+
 } // namespace
 
 class TestToolProcess : public QObject {
@@ -122,6 +139,42 @@ private Q_SLOTS:
             "Error: UI element tool received invalid command ID from Ostrik Conductor: 0\n"));
     }
 
+    void startAndStopEndToEnd() {
+        Binary tool(UIET_TOOL_PATH, {});
+        QVERIFY(tool.waitForOutput("Ostrik Conductor UI element tool running"));
+        const QString start = writeFile("start.ini", startCommand);
+        QVERIFY(ctlAcknowledged({"send", start}));
+        QVERIFY(ctlAcknowledged({"send", start}));
+        QVERIFY(tool.waitForOutput(
+            "Error: UI element tool received command to watch UI elements with already used ID: 9\n"));
+        QVERIFY(ctlAcknowledged({"stop", "9"}));
+        QVERIFY(ctlAcknowledged({"stop", "9"}));
+        const QString invalid =
+            "Error: UI element tool received command to stop watching UI elements with invalid ID: 9\n";
+        QVERIFY(tool.waitForOutput(invalid));
+        // The first start and the first stop were taken silently.
+        QCOMPARE(tool.output().count("with already used ID"), 1);
+        QCOMPARE(tool.output().count(invalid), 1);
+        QVERIFY(!tool.output().contains("without a UI element collection"));
+    }
+
+    void watchSendsTheSavedCollection() {
+        if (UIElement::staticMetaObject.propertyOffset() == UIElement::staticMetaObject.propertyCount())
+            QSKIP("a UIElement stores nothing yet, so no command can carry a collection of them");
+        UIElementCollection collection;
+        collection.setElements({new UIElement, new UIElement});
+        const QString saved = writeFile("collection.ini", serializeObjectToByteArray(&collection));
+        Binary tool(UIET_TOOL_PATH, {});
+        QVERIFY(tool.waitForOutput("Ostrik Conductor UI element tool running"));
+        QVERIFY(ctlAcknowledged({"watch", "18446744073709551615", saved}));
+        QVERIFY(ctlAcknowledged({"watch", "18446744073709551615", saved}));
+        QVERIFY(tool.waitForOutput("with already used ID: 18446744073709551615\n"));
+        QVERIFY(ctlAcknowledged({"stop", "18446744073709551615"}));
+        QVERIFY(ctlAcknowledged({"stop", "18446744073709551615"}));
+        QVERIFY(tool.waitForOutput("with invalid ID: 18446744073709551615\n"));
+        QCOMPARE(tool.output().count("with invalid ID"), 1);
+    }
+
     void ctlPrintsEachReport() {
         Binary reports(UIET_CTL_PATH, {"reports"}, QProcess::SeparateChannels);
         QVERIFY(reports.waitForErrorOutput("listening for reports"));
@@ -154,6 +207,17 @@ private Q_SLOTS:
         QTest::newRow("bad time-out") << QStringList{"send", "x", "soon"} << 2 << "not 'soon'";
         QTest::newRow("no tool running")
             << QStringList{"send", "@file", "400"} << 1 << "no ack from the UI element tool";
+        QTest::newRow("watch without file") << QStringList{"watch", "1"} << 2 << "usage: ui-element-ctl";
+        QTest::newRow("watch word id") << QStringList{"watch", "nine", "@file"} << 2 << "not 'nine'";
+        QTest::newRow("watch negative id") << QStringList{"watch", "-1", "@file"} << 2 << "not '-1'";
+        QTest::newRow("watch id too large")
+            << QStringList{"watch", "18446744073709551616", "@file"} << 2 << "not '18446744073709551616'";
+        QTest::newRow("watch missing file")
+            << QStringList{"watch", "1", "/nonexistent/c.ini"} << 2 << "cannot read /nonexistent/c.ini";
+        QTest::newRow("watch file without collection")
+            << QStringList{"watch", "1", "@file"} << 2 << "command.ini holds no UI element collection";
+        QTest::newRow("stop word id") << QStringList{"stop", "x"} << 2 << "not 'x'";
+        QTest::newRow("stop with no tool running") << QStringList{"stop", "1", "400"} << 1 << "no ack";
     }
     void ctlRejectsBadInput() {
         QFETCH(QStringList, arguments);

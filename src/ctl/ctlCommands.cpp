@@ -2,10 +2,14 @@
 
 #include "QtLocalPeer.h"
 #include "StateReport.h"
+#include "UIElement.h"
+#include "ZRUIElementToolData.h"
+#include "dataObjectSerialization.h"
 #include "toolIds.h"
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QHash>
 #include <QTextStream>
 
 #include <cstdio>
@@ -27,11 +31,16 @@ QTextStream& err() {
 int usage() {
     err() << "usage: ui-element-ctl reports\n"
              "       ui-element-ctl send FILE [TIMEOUT_MS]\n"
+             "       ui-element-ctl watch ID FILE [TIMEOUT_MS]\n"
+             "       ui-element-ctl stop ID [TIMEOUT_MS]\n"
              "\n"
              "  reports   listen for the tool's state reports and print each as '<id> found' or\n"
              "            '<id> not found', one per line\n"
              "  send      send the bytes of FILE (a settings file holding a command) to the tool\n"
-             "            and wait for its \"ack\" (default time-out "
+             "  watch     tell the tool to watch the UI element collection saved in FILE under ID\n"
+             "  stop      tell the tool to stop watching ID\n"
+             "\n"
+             "send, watch and stop wait for the tool's \"ack\" (default time-out "
           << defaultSendTimeoutMilliseconds << " ms)\n";
     err().flush();
     return ctlExitUsage;
@@ -70,20 +79,31 @@ int runReports() {
     return QCoreApplication::exec() == 0 ? ctlExitSuccess : ctlExitFailure;
 }
 
-int runSend(const QString& filePath, int timeoutMilliseconds) {
-    QFile file(filePath);
-    if (!file.open(QIODevice::ReadOnly)) {
-        err() << "ui-element-ctl: cannot read " << filePath << ": " << file.errorString() << '\n';
-        err().flush();
-        return ctlExitUsage;
-    }
-    const QByteArray message = file.readAll();
-    if (message.size() > qsizetype(QtLocalPeer::maximumMessageLength)) {
-        err() << "ui-element-ctl: " << filePath << " holds " << message.size()
-              << " bytes, more than a command may have (" << QtLocalPeer::maximumMessageLength << ")\n";
-        err().flush();
-        return ctlExitUsage;
-    }
+namespace {
+
+int failWithUsageError(const QString& text) {
+    err() << "ui-element-ctl: " << text << '\n';
+    err().flush();
+    return ctlExitUsage;
+}
+
+bool parseWatchId(const QString& text, quint64& id) {
+    bool ok = false;
+    id = text.toULongLong(&ok);
+    return ok;
+}
+
+int failWithBadId(const QString& text) {
+    return failWithUsageError(
+        QStringLiteral("the id must be a whole number from 0 to 18446744073709551615, not '%1'").arg(text));
+}
+
+int sendCommand(const QByteArray& message, int timeoutMilliseconds) {
+    if (message.size() > qsizetype(QtLocalPeer::maximumMessageLength))
+        return failWithUsageError(
+            QStringLiteral("the command holds %1 bytes, more than a command may have (%2)")
+                .arg(message.size())
+                .arg(QtLocalPeer::maximumMessageLength));
     QtLocalPeer peer(nullptr, QString::fromLatin1(toolCommandPeerId),
                      QtLocalPeer::NoLockFile | QtLocalPeer::ByteArrayMessagesOnly);
     if (!peer.sendMessage(message, timeoutMilliseconds)) {
@@ -96,22 +116,99 @@ int runSend(const QString& filePath, int timeoutMilliseconds) {
     return ctlExitSuccess;
 }
 
+bool readFile(const QString& filePath, QByteArray& content, QString& error) {
+    QFile file(filePath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        error = QStringLiteral("cannot read %1: %2").arg(filePath, file.errorString());
+        return false;
+    }
+    content = file.readAll();
+    return true;
+}
+
+// What the tool will make of the message: the collection must come back with every element, or
+// the tool would drop the command, or watch less than the file holds, after its "ack".
+bool commandCarriesCollection(const QByteArray& message, qsizetype elementCount) {
+    ZRUIElementToolData received;
+    deserializeObjectFromByteArray(&received, message);
+    return received.elements() && received.elements()->elements().size() == elementCount;
+}
+
+} // namespace
+
+int runSend(const QString& filePath, int timeoutMilliseconds) {
+    QByteArray message;
+    QString error;
+    if (!readFile(filePath, message, error))
+        return failWithUsageError(error);
+    return sendCommand(message, timeoutMilliseconds);
+}
+
+int runWatch(const QString& id, const QString& collectionFilePath, int timeoutMilliseconds) {
+    quint64 watchId = 0;
+    if (!parseWatchId(id, watchId))
+        return failWithBadId(id);
+    QByteArray saved;
+    QString error;
+    if (!readFile(collectionFilePath, saved, error))
+        return failWithUsageError(error);
+
+    ZRUIElementToolData command;
+    command.setCommand(toolCommandStartWatching);
+    command.setId(watchId);
+    // A child of the command, as the tool's loader makes it, so that both die together.
+    auto* collection = new UIElementCollection(&command);
+    deserializeObjectFromByteArray(collection, saved);
+    const qsizetype elementCount = collection->elements().size();
+    if (elementCount == 0)
+        return failWithUsageError(
+            QStringLiteral("%1 holds no UI element collection").arg(collectionFilePath));
+    command.setElements(collection);
+
+    const QByteArray message = serializeObjectToByteArray(&command);
+    if (!commandCarriesCollection(message, elementCount))
+        return failWithUsageError(
+            QStringLiteral("the UI element collection in %1 does not come through serialization whole "
+                           "(elements that store nothing are lost), so the tool would not watch it as saved")
+                .arg(collectionFilePath));
+    return sendCommand(message, timeoutMilliseconds);
+}
+
+int runStop(const QString& id, int timeoutMilliseconds) {
+    quint64 watchId = 0;
+    if (!parseWatchId(id, watchId))
+        return failWithBadId(id);
+    ZRUIElementToolData command;
+    command.setCommand(toolCommandStopWatching);
+    command.setId(watchId);
+    return sendCommand(serializeObjectToByteArray(&command), timeoutMilliseconds);
+}
+
 int runCtl(const QStringList& arguments) {
     const QString verb = arguments.value(0);
     if (verb == QLatin1String("reports") && arguments.size() == 1)
         return runReports();
-    if (verb == QLatin1String("send") && (arguments.size() == 2 || arguments.size() == 3)) {
+    // The verbs that send a command: their operands, then an optional time-out.
+    const QHash<QString, qsizetype> operandCounts{
+        {QStringLiteral("send"), 1}, {QStringLiteral("watch"), 2}, {QStringLiteral("stop"), 1}};
+    const qsizetype operands = operandCounts.value(verb, -1);
+    const qsizetype given = arguments.size() - 1;
+    if (operands >= 0 && (given == operands || given == operands + 1)) {
         int timeout = defaultSendTimeoutMilliseconds;
-        if (arguments.size() == 3) {
+        if (given > operands) {
             bool ok = false;
-            timeout = arguments.at(2).toInt(&ok);
+            timeout = arguments.last().toInt(&ok);
             if (!ok || timeout <= 0) {
                 err() << "ui-element-ctl: the time-out must be a positive number of milliseconds, not '"
-                      << arguments.at(2) << "'\n";
+                      << arguments.last() << "'\n";
                 return usage();
             }
         }
-        return runSend(arguments.at(1), timeout);
+        if (verb == QLatin1String("send"))
+            return runSend(arguments.at(1), timeout);
+        if (verb == QLatin1String("watch"))
+            return runWatch(arguments.at(1), arguments.at(2), timeout);
+        return runStop(arguments.at(1), timeout);
     }
     if (!verb.isEmpty() && verb != QLatin1String("help") && verb != QLatin1String("--help"))
         err() << "ui-element-ctl: unknown or incomplete command '" << arguments.join(QLatin1Char(' '))

@@ -19,5 +19,12 @@ int runReports();
 // Sends the bytes of `filePath` as one command and tells whether "ack" came back.
 int runSend(const QString& filePath, int timeoutMilliseconds);
 
+// Sends a start command for the UIElementCollection saved in `collectionFilePath` (a settings
+// file as serializeObjectToByteArray writes it for a collection), to be watched under `id`.
+int runWatch(const QString& id, const QString& collectionFilePath, int timeoutMilliseconds);
+
+// Sends a stop command for `id`.
+int runStop(const QString& id, int timeoutMilliseconds);
+
 // Parses the arguments (without the program name) and runs the verb.
 int runCtl(const QStringList& arguments);

@@ -397,23 +397,10 @@ QSettingsSerializer::readKeysAndValuePathsForStructureAtPath(const QList<QString
             qDebug() << "Warning: non-integer list index at:" << path;
             continue;
         }
-        // A list grows up to the index it is given, so an index from a stranger's file must not
-        // decide how much is allocated: no file of N keys describes a list longer than N.
-        if (name.toInt() >= keyCountOfFile()) {
-            setErrorOccurred();
-            qDebug() << "Warning: list index beyond the size of the data at:" << path << name;
-            continue;
-        }
         // The key stays a string; the structure casts it to its index.
         items.append({QVariant(name), pathForItemInSequentialStructure(path, name.toInt())});
     }
     return items;
-}
-
-qsizetype QSettingsSerializer::keyCountOfFile() {
-    if (fileKeyCount < 0)
-        fileKeyCount = settings()->allKeys().size();
-    return fileKeyCount;
 }
 
 QList<QString> QSettingsSerializer::childItemsAtPath(const QList<QString>& path) {

@@ -119,7 +119,6 @@ private:
     QString addressableDecodedName(const QString& storedName);
     void buildChildGroupAndKeyStructures();
     qsizetype cachedChildGroup(qsizetype parent, const QString& storedName, const QString& name);
-    qsizetype keyCountOfFile();
 
     QSharedPointer<QSettings> settingsObject;
     QString filePath;
@@ -135,8 +134,6 @@ private:
     QHash<QList<QString>, QString> pathStringCache;
     QHash<QString, QString> encodeCache;
     QHash<QString, QString> decodeCache;
-    // The number of keys in the file, counted once: no list index of a file can lie beyond it.
-    qsizetype fileKeyCount = -1;
 };
 
 Q_DECLARE_OPERATORS_FOR_FLAGS(QSettingsSerializer::Options)

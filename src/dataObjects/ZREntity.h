@@ -6,7 +6,7 @@
 
 #include <QObject>
 
-class QMetaObject;
+struct QMetaObject;
 
 // Declares the Qt property `name` of type `Type` with its notifier pair `nameChanged()` and
 // `nameChangedToValue(oldValue, newValue)`, for classes that write the getter and setter by hand.

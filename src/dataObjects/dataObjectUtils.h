@@ -10,7 +10,7 @@
 #include <QSet>
 #include <QVariant>
 
-class QMetaObject;
+struct QMetaObject;
 class QObject;
 
 // The items of the class's own entry `name`, split at every comma and not trimmed ("a, b" gives
