@@ -1,0 +1,49 @@
+#include "NSBundle.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QXmlStreamReader>
+
+namespace {
+
+// The string value of a key of the property list's top dictionary; empty when there is none.
+QString topLevelString(QIODevice* plist, const QString& key) {
+    QXmlStreamReader xml(plist);
+    if (!xml.readNextStartElement() || xml.name() != QLatin1String("plist") || !xml.readNextStartElement() ||
+        xml.name() != QLatin1String("dict")) {
+        return QString();
+    }
+    // The dictionary's children alternate: a key, then its value.
+    while (xml.readNextStartElement()) {
+        const bool matched = xml.name() == QLatin1String("key") && xml.readElementText() == key;
+        if (!xml.readNextStartElement()) {
+            break;
+        }
+        if (matched) {
+            return xml.name() == QLatin1String("string") ? xml.readElementText() : QString();
+        }
+        xml.skipCurrentElement();
+    }
+    return QString();
+}
+
+} // namespace
+
+std::unique_ptr<NSBundle> NSBundle::bundleWithPath(const QString& path) {
+    if (path.isEmpty() || !QFileInfo(path).isDir()) {
+        return nullptr;
+    }
+    return std::unique_ptr<NSBundle>(new NSBundle(path));
+}
+
+QString NSBundle::bundleIdentifier() const {
+    const QDir dir(path);
+    for (const QString& place : {QStringLiteral("Contents/Info.plist"), QStringLiteral("Info.plist")}) {
+        QFile plist(dir.filePath(place));
+        if (plist.open(QIODevice::ReadOnly)) {
+            return topLevelString(&plist, QStringLiteral("CFBundleIdentifier"));
+        }
+    }
+    return QString();
+}

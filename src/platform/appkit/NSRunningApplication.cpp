@@ -1,0 +1,94 @@
+#include "NSRunningApplication.h"
+
+#include "ax/AccessibilityProvider.h"
+#include "platformCoreFoundation.h"
+
+#include <QHash>
+#include <QMutex>
+#include <QMutexLocker>
+
+#include <memory>
+#include <vector>
+
+// Keeps one object per process of each provider for the life of the process, as AppKit does, so
+// that the pointers handed out stay valid. A pid reused by another application gets a new object.
+class RunningApplicationRegistry {
+public:
+    static RunningApplicationRegistry& instance() {
+        static RunningApplicationRegistry registry;
+        return registry;
+    }
+
+    NSRunningApplication* objectFor(quint64 providerSerial, const ApplicationInfo& info) {
+        const QString key = QStringLiteral("%1/%2/%3/%4")
+                                .arg(providerSerial)
+                                .arg(info.pid)
+                                .arg(info.bundleIdentifier, info.executablePath);
+        QMutexLocker locker(&mutex);
+        NSRunningApplication*& object = objects[key];
+        if (!object) {
+            const QUrl executable =
+                info.executablePath.isEmpty() ? QUrl() : QUrl::fromLocalFile(info.executablePath);
+            owned.emplace_back(
+                new NSRunningApplication(info.pid, info.bundleIdentifier, info.name, executable));
+            object = owned.back().get();
+        }
+        return object;
+    }
+
+private:
+    QMutex mutex;
+    QHash<QString, NSRunningApplication*> objects;
+    std::vector<std::unique_ptr<NSRunningApplication>> owned;
+};
+
+namespace {
+
+std::optional<ApplicationInfo> applicationWithPid(AccessibilityProvider& provider, pid_t pid) {
+    for (const ApplicationInfo& info : provider.applications()) {
+        if (info.pid == pid) {
+            return info;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+NSRunningApplication::NSRunningApplication(pid_t pid, const QString& bundleId, const QString& name,
+                                           const QUrl& executable)
+    : pid(pid), bundleId(bundleId), name(name), executable(executable) {}
+
+NSRunningApplication* NSRunningApplication::runningApplicationWithProcessIdentifier(pid_t pid) {
+    const auto provider = activeAccessibilityProvider();
+    const auto info = applicationWithPid(*provider, pid);
+    return info ? RunningApplicationRegistry::instance().objectFor(provider->serial(), *info) : nullptr;
+}
+
+QList<NSRunningApplication*>
+NSRunningApplication::runningApplicationsWithBundleIdentifier(const QString& bundleIdentifier) {
+    const auto provider = activeAccessibilityProvider();
+    QList<NSRunningApplication*> result;
+    for (const ApplicationInfo& info : provider->applications()) {
+        if (info.bundleIdentifier == bundleIdentifier) {
+            result.append(RunningApplicationRegistry::instance().objectFor(provider->serial(), info));
+        }
+    }
+    return result;
+}
+
+bool NSRunningApplication::isActive() const {
+    const auto info = applicationWithPid(*activeAccessibilityProvider(), pid);
+    return info && info->active;
+}
+
+// The desktop knows no difference between bringing all windows or only the key window forward,
+// nor asks other applications to give way: every activation makes the application frontmost.
+bool NSRunningApplication::activateWithOptions(NSApplicationActivationOptions) {
+    const auto provider = activeAccessibilityProvider();
+    if (!applicationWithPid(*provider, pid)) {
+        return false;
+    }
+    return provider->setAttributeValue(provider->applicationElement(pid), QStringLiteral("AXFrontmost"),
+                                       kCFBooleanTrue) == kAXErrorSuccess;
+}
