@@ -194,6 +194,46 @@ private Q_SLOTS:
         QCOMPARE(reports.output(), QString("7 found\n18446744073709551615 not found\n"));
     }
 
+    // The element tree of the example desktop, whose fixture gives every role, title and frame:
+    // the Save button lies in the toolbar of the document window, four levels below the
+    // application's header line.
+    void ctlPrintsTheElementTree_data() {
+        QTest::addColumn<QStringList>("selection");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QStringList>("present");
+        QTest::addColumn<QStringList>("absent");
+        const QString editor = "Editor (com.example.editor, pid 4101)\n";
+        const QString files = "Files (com.example.files, pid 4202)\n";
+        const QString save = "\n        AXButton \"Save\" 110,133 60x30\n";
+        const QString menu = "\n    AXMenuBar \"\" 0,0 1440x24\n      AXMenuBarItem \"File\" 60,0 40x24\n";
+        QTest::newRow("all applications")
+            << QStringList{} << 0 << QStringList{editor, files, save, menu} << QStringList{};
+        QTest::newRow("by bundle id")
+            << QStringList{"com.example.files"} << 0 << QStringList{files} << QStringList{editor, save};
+        QTest::newRow("by pid") << QStringList{"4101"} << 0 << QStringList{editor, save}
+                                << QStringList{files};
+        QTest::newRow("no such application")
+            << QStringList{"999"} << 1 << QStringList{} << QStringList{editor, files};
+    }
+    void ctlPrintsTheElementTree() {
+        QFETCH(QStringList, selection);
+        QFETCH(int, exitCode);
+        QFETCH(QStringList, present);
+        QFETCH(QStringList, absent);
+        Binary ctl(UIET_CTL_PATH,
+                   QStringList{"tree", "--desktop", UIET_FIXTURES_DIR "/desktop-basic.json"} + selection,
+                   QProcess::SeparateChannels);
+        QVERIFY(ctl.finish());
+        QCOMPARE(ctl.process.exitCode(), exitCode);
+        const QString output = ctl.output();
+        for (const QString& text : present)
+            QVERIFY2(output.contains(text), qPrintable(text));
+        for (const QString& text : absent)
+            QVERIFY2(!output.contains(text), qPrintable(text));
+        if (exitCode != 0)
+            QVERIFY(ctl.errorOutput().contains("no running application " + selection.join(' ')));
+    }
+
     void ctlRejectsBadInput_data() {
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<int>("exitCode");
@@ -204,6 +244,11 @@ private Q_SLOTS:
         QTest::newRow("send without file") << QStringList{"send"} << 2 << "usage: ui-element-ctl";
         QTest::newRow("missing file")
             << QStringList{"send", "/nonexistent/command.ini"} << 2 << "cannot read /nonexistent/command.ini";
+        QTest::newRow("tree of a missing desktop")
+            << QStringList{"tree", "--desktop", "/nonexistent/desktop.json"} << 2
+            << "no desktop file /nonexistent/desktop.json";
+        QTest::newRow("tree with two applications")
+            << QStringList{"tree", "1", "2"} << 2 << "usage: ui-element-ctl";
         QTest::newRow("bad time-out") << QStringList{"send", "x", "soon"} << 2 << "not 'soon'";
         QTest::newRow("no tool running")
             << QStringList{"send", "@file", "400"} << 1 << "no ack from the UI element tool";

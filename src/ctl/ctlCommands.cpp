@@ -1,10 +1,13 @@
 #include "ctlCommands.h"
 
+#include "CFTypeSmartRef.h"
 #include "QtLocalPeer.h"
 #include "StateReport.h"
 #include "UIElement.h"
 #include "ZRUIElementToolData.h"
+#include "appkit/NSWorkspace.h"
 #include "dataObjectSerialization.h"
+#include "elementTree.h"
 #include "toolIds.h"
 
 #include <QCoreApplication>
@@ -33,12 +36,15 @@ int usage() {
              "       ui-element-ctl send FILE [TIMEOUT_MS]\n"
              "       ui-element-ctl watch ID FILE [TIMEOUT_MS]\n"
              "       ui-element-ctl stop ID [TIMEOUT_MS]\n"
+             "       ui-element-ctl tree [--desktop FILE] [PID|BUNDLE_ID]\n"
              "\n"
              "  reports   listen for the tool's state reports and print each as '<id> found' or\n"
              "            '<id> not found', one per line\n"
              "  send      send the bytes of FILE (a settings file holding a command) to the tool\n"
              "  watch     tell the tool to watch the UI element collection saved in FILE under ID\n"
              "  stop      tell the tool to stop watching ID\n"
+             "  tree      print the element tree of the running applications (or of one), one element\n"
+             "            per line: role, title, frame; --desktop reads a virtual desktop file\n"
              "\n"
              "send, watch and stop wait for the tool's \"ack\" (default time-out "
           << defaultSendTimeoutMilliseconds << " ms)\n";
@@ -184,10 +190,55 @@ int runStop(const QString& id, int timeoutMilliseconds) {
     return sendCommand(serializeObjectToByteArray(&command), timeoutMilliseconds);
 }
 
+int runTree(const QString& desktopFile, const QString& application) {
+    if (!desktopFile.isEmpty()) {
+        if (!QFile::exists(desktopFile)) {
+            err() << "ui-element-ctl: no desktop file " << desktopFile << '\n';
+            err().flush();
+            return ctlExitUsage;
+        }
+        // Chosen once per process, at the first platform call: this comes before any.
+        qputenv("UIET_ACCESSIBILITY", "virtual:" + QFile::encodeName(desktopFile));
+    }
+    bool isPid = false;
+    const pid_t pid = application.toInt(&isPid);
+    int printed = 0;
+    for (NSRunningApplication* running : NSWorkspace::sharedWorkspace()->runningApplications()) {
+        if (!application.isEmpty() &&
+            (isPid ? running->processIdentifier() != pid : running->bundleIdentifier() != application))
+            continue;
+        out() << running->localizedName() << " (" << running->bundleIdentifier() << ", pid "
+              << running->processIdentifier() << ")\n";
+        const CFTypeSmartRef<AXUIElementRef> element(
+            AXUIElementCreateApplication(running->processIdentifier()));
+        for (const QString& line : elementTreeLines(element, 1))
+            out() << line << '\n';
+        ++printed;
+    }
+    out().flush();
+    if (printed == 0) {
+        err() << "ui-element-ctl: no running application"
+              << (application.isEmpty() ? QString() : QStringLiteral(" ") + application) << '\n';
+        err().flush();
+        return ctlExitFailure;
+    }
+    return ctlExitSuccess;
+}
+
 int runCtl(const QStringList& arguments) {
     const QString verb = arguments.value(0);
     if (verb == QLatin1String("reports") && arguments.size() == 1)
         return runReports();
+    if (verb == QLatin1String("tree")) {
+        QStringList operands = arguments.mid(1);
+        QString desktopFile;
+        if (operands.value(0) == QLatin1String("--desktop") && operands.size() >= 2) {
+            desktopFile = operands.at(1);
+            operands = operands.mid(2);
+        }
+        if (operands.size() <= 1 && !operands.value(0).startsWith(QLatin1Char('-')))
+            return runTree(desktopFile, operands.value(0));
+    }
     // The verbs that send a command: their operands, then an optional time-out.
     const QHash<QString, qsizetype> operandCounts{
         {QStringLiteral("send"), 1}, {QStringLiteral("watch"), 2}, {QStringLiteral("stop"), 1}};

@@ -26,5 +26,10 @@ int runWatch(const QString& id, const QString& collectionFilePath, int timeoutMi
 // Sends a stop command for `id`.
 int runStop(const QString& id, int timeoutMilliseconds);
 
+// Prints the element tree of the running applications, or of the one whose pid or bundle id is
+// `application` when that is not empty. With `desktopFile` not empty, the virtual desktop of that
+// fixture file is read instead of the live desktop.
+int runTree(const QString& desktopFile, const QString& application);
+
 // Parses the arguments (without the program name) and runs the verb.
 int runCtl(const QStringList& arguments);

@@ -1,4 +1,5 @@
 #include "NSRunningApplication.h"
+#include "NSWorkspace.h"
 
 #include "ax/AccessibilityProvider.h"
 #include "platformCoreFoundation.h"
@@ -65,16 +66,35 @@ NSRunningApplication* NSRunningApplication::runningApplicationWithProcessIdentif
     return info ? RunningApplicationRegistry::instance().objectFor(provider->serial(), *info) : nullptr;
 }
 
-QList<NSRunningApplication*>
-NSRunningApplication::runningApplicationsWithBundleIdentifier(const QString& bundleIdentifier) {
+namespace {
+
+// The running applications that pass `wanted`, in the desktop's order.
+template <class Predicate> QList<NSRunningApplication*> runningApplicationsWhere(Predicate wanted) {
     const auto provider = activeAccessibilityProvider();
     QList<NSRunningApplication*> result;
     for (const ApplicationInfo& info : provider->applications()) {
-        if (info.bundleIdentifier == bundleIdentifier) {
+        if (wanted(info)) {
             result.append(RunningApplicationRegistry::instance().objectFor(provider->serial(), info));
         }
     }
     return result;
+}
+
+} // namespace
+
+QList<NSRunningApplication*>
+NSRunningApplication::runningApplicationsWithBundleIdentifier(const QString& bundleIdentifier) {
+    return runningApplicationsWhere(
+        [&](const ApplicationInfo& info) { return info.bundleIdentifier == bundleIdentifier; });
+}
+
+NSWorkspace* NSWorkspace::sharedWorkspace() {
+    static NSWorkspace workspace;
+    return &workspace;
+}
+
+QList<NSRunningApplication*> NSWorkspace::runningApplications() const {
+    return runningApplicationsWhere([](const ApplicationInfo&) { return true; });
 }
 
 bool NSRunningApplication::isActive() const {
