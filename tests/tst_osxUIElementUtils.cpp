@@ -61,6 +61,12 @@ QJsonObject desktopFixture() {
         element("menuItemA", "AXMenuItem", {{"title", "Open"}, {"frame", menuItemFrame}}),
         element("menuItemB", "AXMenuItem", {{"title", "Open"}, {"frame", menuItemFrame}}),
         element("menuItemOther", "AXMenuItem", {{"title", "Close"}, {"frame", menuItemFrame}}),
+        element("longName", "AXStaticText",
+                {{"title", QString(59, 'a') + "\nbc"},
+                 {"frame", rect(1, 2, 3, 4)},
+                 {"attributes", QJsonObject{{"AXRoleDescription", "text"}}}}),
+        element("sixtyCharacters", "AXStaticText", {{"title", QString(59, 'a') + "\n"}}),
+        element("numericValue", "AXSlider", {{"attributes", QJsonObject{{"AXValue", 7}, {"AXTitle", ""}}}}),
         element("buttonTwin", "AXButton",
                 {{"title", "Save" + QString(QChar(0xFFFC)) + " As"}, {"frame", rect(10.9, 20.9, 5.9, 7.9)}}),
     };
@@ -242,7 +248,7 @@ private slots:
         QCOMPARE(UIElementActionDescriptions(copy("failing")), QStringList({QString(), QString()}));
         QCOMPARE(UIElementActionNames(copy("zeroSize")), QStringList());
         const auto window = copy("window");
-        QCOMPARE(UIElementChildrenCount(window), 14L);
+        QCOMPARE(UIElementChildrenCount(window), 17L); // the children of desktopFixture()
         QCOMPARE(platformCallCount("AXUIElementCopyAttributeValue") > 0, true);
         const int copiesBefore = platformCallCount("AXUIElementCopyAttributeValue");
         UIElementChildrenCount(window);
@@ -315,7 +321,27 @@ private slots:
             QCOMPARE(platformCallCount("AXUIElementCopyAttributeValue"), 0);
     }
 
+    // The name cut: 61 characters become the first 60 and "...", 60 stay; then newlines become
+    // blanks. A value that is not a string is given by its description, uncut.
+    void debugInfo_data() {
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("cut name") << "longName"
+                                  << "text, (1, 2) (3 x 4), " + QString(59, 'a') + " ... pid:77 Small";
+        QTest::newRow("60 characters") << "sixtyCharacters"
+                                       << "no role, (0, 0) (0 x 0), " + QString(59, 'a') + "  pid:77 Small";
+        QTest::newRow("value by description") << "numericValue"
+                                              << "no role, (0, 0) (0 x 0), 7 pid:77 Small";
+        QTest::newRow("no name") << "zeroSize"
+                                 << "no role, (30, 40) (0 x 0), no name pid:77 Small";
+    }
+    void debugInfo() {
+        QFETCH(QString, id);
+        QTEST(UIElementDebugInfo(copy(id)), "expected");
+    }
+
     void describes() {
+        QCOMPARE(UIElementDebugInfo(nullptr), "NULL AXUIElementRef");
         QCOMPARE(UIElementShortDebugInfo(copy("titled")), "AXButton: 'Save As'");
         QCOMPARE(UIElementShortDebugInfo(copy("zeroSize")), "AXGroup");
         QCOMPARE(getAXUIErrorString(kAXErrorCannotComplete),

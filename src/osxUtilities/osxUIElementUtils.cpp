@@ -265,6 +265,52 @@ QString UIElementShortDebugInfo(AXUIElementRef element) {
     return title.isEmpty() ? role : QStringLiteral("%1: '%2'").arg(role, title);
 }
 
+namespace {
+
+// The title, else the value; a string is cut to 60 characters and kept on one line, anything else
+// is given by its platform description, uncut.
+QString debugName(AXUIElementRef element) {
+    constexpr qsizetype longestName = 60;
+    for (CFStringRef attribute : {CFSTR("AXTitle"), CFSTR("AXValue")}) {
+        const CFTypeSmartRef<CFTypeRef> value = copyAttribute(element, attribute);
+        if (!value || (isString(value) && CFStringGetLength(static_cast<CFStringRef>(value.get())) == 0))
+            continue;
+        if (!isString(value)) {
+            const CFTypeSmartRef<CFStringRef> description(CFCopyDescription(value));
+            return stringOf(description);
+        }
+        QString name = stringOf(value);
+        if (name.size() > longestName)
+            name = name.left(longestName) + QStringLiteral("...");
+        return name.replace(QLatin1Char('\n'), QLatin1Char(' '));
+    }
+    return QStringLiteral("no name");
+}
+
+} // namespace
+
+QString UIElementDebugInfo(AXUIElementRef element) {
+    if (!element)
+        return QStringLiteral("NULL AXUIElementRef");
+    QString role = stringOf(copyAttribute(element, CFSTR("AXRoleDescription")));
+    if (role.isEmpty())
+        role = QStringLiteral("no role");
+    const QRect frame = UIElementRect(element);
+    pid_t pid = 0;
+    AXUIElementGetPid(element, &pid);
+    const NSRunningApplication* application =
+        NSRunningApplication::runningApplicationWithProcessIdentifier(pid);
+    return QStringLiteral("%1, (%2, %3) (%4 x %5), %6 pid:%7 %8")
+        .arg(role)
+        .arg(frame.left())
+        .arg(frame.top())
+        .arg(frame.width())
+        .arg(frame.height())
+        .arg(debugName(element))
+        .arg(pid)
+        .arg(application ? application->localizedName() : QString());
+}
+
 QString getAXUIErrorString(AXError code) {
     const QHash<int, QString> texts{
         {kAXErrorSuccess, QObject::tr("No error occurred.")},

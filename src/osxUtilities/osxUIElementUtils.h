@@ -86,6 +86,10 @@ bool UIElementIsTextField(AXUIElementRef element, bool* isSecure = nullptr);
 // CFEqual; with loose, menus and menu items of equal role, rectangle and title are equal too.
 bool UIElementsAreEqual(AXUIElementRef a, AXUIElementRef b, bool loose = false);
 
+// One line for logs: role description, frame, name (the title, else the value, cut to 60
+// characters), process id and application name; "NULL AXUIElementRef" for a null handle.
+QString UIElementDebugInfo(AXUIElementRef element);
+
 QString UIElementShortDebugInfo(AXUIElementRef element);
 
 // The platform's explanation of an accessibility result code, translated.
