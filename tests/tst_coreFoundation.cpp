@@ -1,3 +1,4 @@
+#include "platformTestSupport.h"
 #include "testSupport.h"
 
 #include "cf/CFRuntime.h"
@@ -19,20 +20,6 @@
 #include <vector>
 
 namespace {
-
-// Owns one reference and releases it on every path out of a test, so that the live-object
-// check in cleanup() reports the faults of the code under test, not of the test.
-template <class T> class Ref {
-public:
-    explicit Ref(T object = nullptr) : object(object) {}
-    ~Ref() { CFRelease(object); }
-    Ref(const Ref&) = delete;
-    Ref& operator=(const Ref&) = delete;
-    operator T() const { return object; }
-
-private:
-    T object;
-};
 
 // Rows of data-driven tests carry factories, so that each test owns and releases its objects.
 using Factory = CFTypeRef (*)();

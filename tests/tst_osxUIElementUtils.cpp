@@ -1,3 +1,4 @@
+#include "platformTestSupport.h"
 #include "testSupport.h"
 
 #include "CFTypeSmartRef.h"
@@ -116,11 +117,8 @@ using Factory = CFTypeRef (*)();
 
 Q_DECLARE_METATYPE(Factory)
 
-class tst_osxUIElementUtils : public QObject {
+class tst_osxUIElementUtils : public QObject, protected VirtualDesktopTestBase {
     Q_OBJECT
-
-    CFIndex liveAtStart = 0;
-    std::shared_ptr<VirtualDesktop> desktop;
 
     CFTypeSmartRef<AXUIElementRef> copy(const QString& id) const {
         return CFTypeSmartRef<AXUIElementRef>(desktop->copyElement(id));
@@ -128,18 +126,10 @@ class tst_osxUIElementUtils : public QObject {
 
 private slots:
     void init() {
-        liveAtStart = CFRuntime::liveObjectCount();
-        desktop = std::make_shared<VirtualDesktop>();
-        QVERIFY(desktop->load(desktopFixture()));
-        setAccessibilityProviderForTesting(desktop);
-        resetPlatformCallCounts();
+        QVERIFY(installDesktop([](VirtualDesktop& desktop) { return desktop.load(desktopFixture()); }));
     }
 
-    void cleanup() {
-        setAccessibilityProviderForTesting(nullptr);
-        desktop.reset();
-        QCOMPARE(CFRuntime::liveObjectCount(), liveAtStart);
-    }
+    void cleanup() { uninstallDesktopAndCheckReferences(); }
 
     void convertsValues_data() {
         QTest::addColumn<Factory>("make");

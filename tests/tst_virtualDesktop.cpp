@@ -1,3 +1,4 @@
+#include "platformTestSupport.h"
 #include "testSupport.h"
 
 #include "ax/AccessibilityProvider.h"
@@ -22,25 +23,6 @@
 #include <unistd.h>
 
 namespace {
-
-// Owns one reference and releases it on every path out of a test, so that the live-object
-// check in cleanup() reports the faults of the code under test, not of the test.
-template <class T> class Ref {
-public:
-    explicit Ref(T object = nullptr) : object(object) {}
-    ~Ref() { CFRelease(object); }
-    Ref(const Ref&) = delete;
-    Ref& operator=(const Ref&) = delete;
-    operator T() const { return object; }
-    T* out() {
-        CFRelease(object);
-        object = nullptr;
-        return &object;
-    }
-
-private:
-    T object;
-};
 
 AXError copyAttribute(AXUIElementRef element, const QString& attribute, Ref<CFTypeRef>& value) {
     Ref<CFStringRef> name(CFStringCreateWithQString(attribute));
@@ -162,13 +144,10 @@ const QHash<QString, Operation>& operations() {
 
 } // namespace
 
-class tst_VirtualDesktop : public QObject {
+class tst_VirtualDesktop : public QObject, protected VirtualDesktopTestBase {
     Q_OBJECT
 
 private:
-    CFIndex liveAtStart = 0;
-    std::shared_ptr<VirtualDesktop> desktop;
-
     void install(const QJsonObject& fixture) {
         desktop = std::make_shared<VirtualDesktop>();
         QVERIFY(desktop->load(fixture));
@@ -179,20 +158,14 @@ private:
 
 private slots:
     void init() {
-        liveAtStart = CFRuntime::liveObjectCount();
-        desktop = std::make_shared<VirtualDesktop>();
         QFile basic(QFINDTESTDATA("fixtures/desktop-basic.json"));
         QVERIFY(basic.open(QIODevice::ReadOnly));
-        QVERIFY(desktop->load(basic.readAll(), basic.fileName()));
-        setAccessibilityProviderForTesting(desktop);
-        resetPlatformCallCounts();
+        const QByteArray content = basic.readAll();
+        QVERIFY(
+            installDesktop([&](VirtualDesktop& desktop) { return desktop.load(content, basic.fileName()); }));
     }
 
-    void cleanup() {
-        setAccessibilityProviderForTesting(nullptr);
-        desktop.reset();
-        QCOMPARE(CFRuntime::liveObjectCount(), liveAtStart);
-    }
+    void cleanup() { uninstallDesktopAndCheckReferences(); }
 
     void attributeReads_data() {
         QTest::addColumn<QString>("element");
