@@ -137,6 +137,13 @@ private Q_SLOTS:
         QCOMPARE(garbage.process.exitCode(), 0);
         QVERIFY(tool.waitForOutput(
             "Error: UI element tool received invalid command ID from Ostrik Conductor: 0\n"));
+
+        // A value that only a GUI could build is refused, and the tool carries on.
+        QVERIFY(ctlAcknowledged(
+            {"send", writeFile("bitmap.ini", "[General]\ncommand=2\nid=@Variant(\\0\\0\\0I)\n")}));
+        QVERIFY(tool.waitForOutput("is not read: it holds a value of type QBitmap\n"));
+        QVERIFY(ctlAcknowledged({"stop", "43"}));
+        QVERIFY(tool.waitForOutput("stop watching UI elements with invalid ID: 43\n"));
     }
 
     void startAndStopEndToEnd() {

@@ -3,9 +3,11 @@
 #include "ZRSerializableStructures.h"
 #include "dataObjectUtils.h"
 #include "generalUtilities.h"
+#include "settingsReadGuard.h"
 
 #include <QDataStream>
 #include <QDebug>
+#include <QFile>
 #include <QFileInfo>
 #include <QIcon>
 #include <QMargins>
@@ -66,6 +68,24 @@ QSettingsSerializer::QSettingsSerializer(const QSharedPointer<QSettings>& settin
       writeTypeInfo(options.testFlag(WriteTypeInfo)), useCache(!options.testFlag(NoPathCache)) {
     // Open the file now, so that status() tells at once whether it was there.
     this->settings();
+    refuseContentThatCannotBeReadHere();
+}
+
+// QSettings builds every value of a file on first access, and a value of some types aborts a
+// process that runs no GUI. Such a file reads as empty and invalid, and is never written.
+void QSettingsSerializer::refuseContentThatCannotBeReadHere() {
+    if (fileMissing)
+        return;
+    const QString path = settingsObject->fileName();
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return;
+    QString problem;
+    if (iniTextIsReadableHere(file.readAll(), &problem))
+        return;
+    qDebug().noquote() << "Error: settings file" << path << "is not read: it holds" << problem;
+    contentRefused = true;
+    settingsObject.reset(new QSettings(nullFilePath(), QSettings::IniFormat));
 }
 
 QSharedPointer<QSettings> QSettingsSerializer::settings() {
@@ -83,6 +103,8 @@ QString QSettingsSerializer::nullFilePath() {
 ZRDataError QSettingsSerializer::status() {
     if (fileMissing)
         return ZRDataError::FileNotFound;
+    if (contentRefused)
+        return ZRDataError::InvalidFormat;
     switch (settings()->status()) {
     case QSettings::NoError:
         return ZRDataError::NoError;
@@ -196,7 +218,7 @@ void QSettingsSerializer::writeValue(const QList<QString>& path, const QVariant&
 // one content, which later readers of other missing files would see; and syncing it replaces the
 // device with a regular file when the process may write to its directory.
 void QSettingsSerializer::setStoredValue(const QString& key, const QVariant& value) {
-    if (!fileMissing)
+    if (!fileMissing && !contentRefused)
         settings()->setValue(key, value);
 }
 
@@ -251,6 +273,12 @@ QVariant QSettingsSerializer::readValue(const QList<QString>& path, int declared
     }
     if (type == marginsTypeId())
         return QVariant::fromValue(parseMarginsString(raw.toString()));
+    if (typeNeedsGuiApplication(type)) {
+        setErrorOccurred();
+        qDebug() << "Error: saved type" << typeName
+                 << "cannot be read without a GUI, for setting at path:" << key;
+        return QVariant();
+    }
     // A failed conversion leaves a null value of the saved type, as a missing item would.
     raw.convert(QMetaType(type));
     return raw;
@@ -276,6 +304,12 @@ QByteArray QSettingsSerializer::iconToSerializableData(const QIcon& icon) {
 }
 
 QIcon QSettingsSerializer::serializableDataToIcon(const QByteArray& data) {
+    if (data.isEmpty())
+        return QIcon();
+    if (typeNeedsGuiApplication(QMetaType::QIcon)) {
+        qDebug() << "Error: icon data cannot be read without a GUI; the icon is left empty.";
+        return QIcon();
+    }
     const QByteArray bytes = QByteArray::fromBase64(data);
     QDataStream stream(bytes);
     QIcon icon;

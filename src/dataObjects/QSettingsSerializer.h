@@ -25,7 +25,8 @@ class QSettingsSerializer : public AbstractSettingsSerializer {
 public:
     enum Option {
         // A missing file is not created: the null device is read instead, writes are dropped,
-        // and status() reports FileNotFound.
+        // and status() reports FileNotFound. (A file holding values that this process cannot
+        // build is treated alike, whatever the options, with status() InvalidFormat.)
         FailIfFileMissing = 1,
         WriteTypeInfo = 2,
         // Every query goes to QSettings; the slow form against which the caches are checked.
@@ -109,6 +110,7 @@ private:
     QSettingsSerializer(const QSharedPointer<QSettings>& settings, const QString& filePath,
                         QFlags<Option> options);
 
+    void refuseContentThatCannotBeReadHere();
     QVariant storableValue(const QVariant& value, int declaredType) const;
     void setStoredValue(const QString& key, const QVariant& value);
     QList<QString> pathForItem(const QList<QString>& path, const ZRSerializableStructureBase* structure,
@@ -123,6 +125,7 @@ private:
     QSharedPointer<QSettings> settingsObject;
     QString filePath;
     bool fileMissing = false;
+    bool contentRefused = false;
     bool failIfFileMissing = false;
     bool writeTypeInfo = false;
     bool useCache = false;
