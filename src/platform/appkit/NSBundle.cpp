@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QImageReader>
 #include <QXmlStreamReader>
 
 namespace {
@@ -46,4 +47,24 @@ QString NSBundle::bundleIdentifier() const {
         }
     }
     return QString();
+}
+
+std::unique_ptr<NSImage> NSBundle::imageForResource(const QString& name) const {
+    if (name.isEmpty() || name.contains(QLatin1Char('/'))) {
+        return nullptr;
+    }
+    QStringList candidates{name, name + QStringLiteral(".png")};
+    for (const QByteArray& format : QImageReader::supportedImageFormats()) {
+        candidates.append(name + QLatin1Char('.') + QString::fromLatin1(format));
+    }
+    const QDir dir(path);
+    for (const QString& place : {QStringLiteral("Contents/Resources/"), QString()}) {
+        for (const QString& candidate : std::as_const(candidates)) {
+            const QString file = dir.filePath(place + candidate);
+            if (QFileInfo(file).isFile()) {
+                return NSImage::imageWithContentsOfFile(file);
+            }
+        }
+    }
+    return nullptr;
 }

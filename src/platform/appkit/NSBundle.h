@@ -2,7 +2,10 @@
 
 // Application bundles under Foundation's name, as far as the services need them: a bundle is a
 // directory, and its identifier is CFBundleIdentifier of its Info.plist (Contents/Info.plist, or
-// Info.plist at the top of a flat bundle), an XML property list.
+// Info.plist at the top of a flat bundle), an XML property list. Its resources lie in
+// Contents/Resources, or at the top of a flat bundle.
+
+#include "NSImage.h"
 
 #include <QString>
 
@@ -16,6 +19,13 @@ public:
     QString bundlePath() const { return path; }
     // Empty when the bundle has no Info.plist or no identifier in it.
     QString bundleIdentifier() const;
+    // The image resource of this name, looked for in Contents/Resources, then at the top of the
+    // bundle. In each place the candidates are <name> itself (a name may carry its extension),
+    // then <name>.png, then <name>.<extension> for every format Qt reads, in Qt's order; the
+    // first file found is the resource. Null when there is none or it is no readable image, and
+    // for an empty name or one with a "/", which would lead out of the resources. The caller owns
+    // the image.
+    std::unique_ptr<NSImage> imageForResource(const QString& name) const;
 
 private:
     explicit NSBundle(const QString& path) : path(path) {}
