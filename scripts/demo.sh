@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # The tool and its peer at work: starts ui-element-tool and `ui-element-ctl reports`, sends
-# commands with `ui-element-ctl send`, and shows the answers and the tool's log.
+# commands with `ui-element-ctl send`, and shows the answers and the tool's log. Then the live
+# desktop: a real application (gtk3-widget-factory) on a private headless desktop, read through
+# the accessibility layer with `ui-element-ctl tree` and `ui-element-ctl at`.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,7 +12,9 @@ scripts/build.sh plain ui-element-tool ui-element-ctl | tail -n 1
 work=$(mktemp -d /tmp/uiet-demo-XXXXXX)
 export TMPDIR=$work
 tool_pid=""; reports_pid=""
+source scripts/lib/live-session.sh
 cleanup() {
+  stop_live_session
   [ -n "$reports_pid" ] && kill "$reports_pid" 2>/dev/null || true
   [ -n "$tool_pid" ] && kill -TERM "$tool_pid" 2>/dev/null && wait "$tool_pid" 2>/dev/null || true
   rm -rf "$work"
@@ -52,3 +56,19 @@ echo "== the tool's log"
 sed 's/^/   /' "$work/tool.log"
 echo "== what ui-element-ctl reports saw"
 sed 's/^/   /' "$work/reports.log"
+
+echo
+echo "== the live desktop: Xvfb, a session bus with the accessibility bus, and gtk3-widget-factory"
+start_live_session "$work/live"
+live_start gtk3-widget-factory
+live_wait_for 20 sh -c "'$ctl' tree gtk3-widget-factory | grep -q 'AXRadioButton \"Page 2\"'" \
+  || { echo "gtk3-widget-factory did not come up on the accessibility bus" >&2; exit 1; }
+"$ctl" tree gtk3-widget-factory >"$work/tree.txt"
+echo "== ui-element-ctl tree gtk3-widget-factory   ($(wc -l <"$work/tree.txt") lines; the first 25)"
+head -n 25 "$work/tree.txt" | sed 's/^/   /'
+# The middle of the "Page 2" button, from its frame in the tree.
+read -r x y w h < <(grep -m 1 'AXRadioButton "Page 2"' "$work/tree.txt" \
+  | sed -E 's/.* (-?[0-9]+),(-?[0-9]+) ([0-9]+)x([0-9]+)$/\1 \2 \3 \4/')
+point="$(( x + w / 2 )),$(( y + h / 2 ))"
+echo "== ui-element-ctl at $point   (the element there and its ancestors)"
+"$ctl" at "$point" | sed 's/^/   /'

@@ -241,6 +241,31 @@ private Q_SLOTS:
             QVERIFY(ctl.errorOutput().contains("no running application " + selection.join(' ')));
     }
 
+    void ctlPrintsTheElementAtAPoint_data() {
+        QTest::addColumn<QString>("point");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("output");
+        const QString window = "AXApplication \"Editor\" no frame\n  AXWindow \"Untitled\" 100,100 800x600\n";
+        QTest::newRow("button in a toolbar")
+            << "140,148" << 0
+            << window + "    AXToolbar \"\" 100,128 800x40\n      AXButton \"Save\" 110,133 60x30\n";
+        QTest::newRow("overlapping panels")
+            << "560,360" << 0 << window + "    AXGroup \"\" 550,350 200x200\n";
+        QTest::newRow("nothing there") << "5000,5000" << 1 << QString();
+    }
+    void ctlPrintsTheElementAtAPoint() {
+        QFETCH(QString, point);
+        QFETCH(int, exitCode);
+        QFETCH(QString, output);
+        Binary ctl(UIET_CTL_PATH, {"at", "--desktop", UIET_FIXTURES_DIR "/desktop-basic.json", point},
+                   QProcess::SeparateChannels);
+        QVERIFY(ctl.finish());
+        QCOMPARE(ctl.process.exitCode(), exitCode);
+        QCOMPARE(ctl.output(), output);
+        if (exitCode != 0)
+            QVERIFY(ctl.errorOutput().contains("no element at " + point));
+    }
+
     void ctlRejectsBadInput_data() {
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<int>("exitCode");
@@ -257,6 +282,9 @@ private Q_SLOTS:
         QTest::newRow("tree with two applications")
             << QStringList{"tree", "1", "2"} << 2 << "usage: ui-element-ctl";
         QTest::newRow("bad time-out") << QStringList{"send", "x", "soon"} << 2 << "not 'soon'";
+        QTest::newRow("at without a point") << QStringList{"at"} << 2 << "usage: ui-element-ctl";
+        QTest::newRow("at a bad point")
+            << QStringList{"at", "12;4"} << 2 << "X,Y in screen coordinates, not '12;4'";
         QTest::newRow("no tool running")
             << QStringList{"send", "@file", "400"} << 1 << "no ack from the UI element tool";
         QTest::newRow("watch without file") << QStringList{"watch", "1"} << 2 << "usage: ui-element-ctl";

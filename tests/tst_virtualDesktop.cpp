@@ -9,12 +9,14 @@
 #include "virtual/VirtualDesktop.h"
 
 #include <QFile>
+#include <QScopeGuard>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QObject>
 #include <QSaveFile>
 #include <QTemporaryDir>
+#include <QScopeGuard>
 #include <QTest>
 
 #include <functional>
@@ -808,8 +810,8 @@ private slots:
 
         const QByteArray fixture = QFINDTESTDATA("fixtures/desktop-basic.json").toUtf8();
         const QString unavailable =
-            "Note: the live desktop provider (AT-SPI2) is not available in this build; every "
-            "accessibility query fails";
+            "Note: the live desktop (AT-SPI2) cannot be reached: no session bus (DBUS_SESSION_BUS_ADDRESS is not "
+            "set); every accessibility query fails";
         QTest::newRow("virtual") << "virtual:" + fixture << -1 << QString() << 0 << true;
         QTest::newRow("virtual without file")
             << QByteArray("virtual:/nonexistent/desktop.json") << int(QtWarningMsg)
@@ -836,6 +838,13 @@ private slots:
         QFETCH(int, error);
         QFETCH(bool, trusted);
 
+        // No session bus: the live desktop cannot be reached.
+        const QByteArray sessionBus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+        qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+        const auto restoreBus = qScopeGuard([&] {
+            if (!sessionBus.isEmpty())
+                qputenv("DBUS_SESSION_BUS_ADDRESS", sessionBus);
+        });
         if (choice.isNull())
             qunsetenv("UIET_ACCESSIBILITY");
         else

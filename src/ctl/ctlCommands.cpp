@@ -8,11 +8,13 @@
 #include "appkit/NSWorkspace.h"
 #include "dataObjectSerialization.h"
 #include "elementTree.h"
+#include "osxUIElementUtils.h"
 #include "toolIds.h"
 
 #include <QCoreApplication>
 #include <QFile>
 #include <QHash>
+#include <QRegularExpression>
 #include <QTextStream>
 
 #include <cstdio>
@@ -37,6 +39,7 @@ int usage() {
              "       ui-element-ctl watch ID FILE [TIMEOUT_MS]\n"
              "       ui-element-ctl stop ID [TIMEOUT_MS]\n"
              "       ui-element-ctl tree [--desktop FILE] [PID|BUNDLE_ID]\n"
+             "       ui-element-ctl at [--desktop FILE] X,Y\n"
              "\n"
              "  reports   listen for the tool's state reports and print each as '<id> found' or\n"
              "            '<id> not found', one per line\n"
@@ -45,6 +48,7 @@ int usage() {
              "  stop      tell the tool to stop watching ID\n"
              "  tree      print the element tree of the running applications (or of one), one element\n"
              "            per line: role, title, frame; --desktop reads a virtual desktop file\n"
+             "  at        print the element at a screen point and its ancestors, the application first\n"
              "\n"
              "send, watch and stop wait for the tool's \"ack\" (default time-out "
           << defaultSendTimeoutMilliseconds << " ms)\n";
@@ -190,16 +194,23 @@ int runStop(const QString& id, int timeoutMilliseconds) {
     return sendCommand(serializeObjectToByteArray(&command), timeoutMilliseconds);
 }
 
-int runTree(const QString& desktopFile, const QString& application) {
-    if (!desktopFile.isEmpty()) {
-        if (!QFile::exists(desktopFile)) {
-            err() << "ui-element-ctl: no desktop file " << desktopFile << '\n';
-            err().flush();
-            return ctlExitUsage;
-        }
-        // Chosen once per process, at the first platform call: this comes before any.
-        qputenv("UIET_ACCESSIBILITY", "virtual:" + QFile::encodeName(desktopFile));
+// Reads the desktop from the file instead of the live one; false when there is no such file.
+bool useDesktopFile(const QString& desktopFile) {
+    if (desktopFile.isEmpty())
+        return true;
+    if (!QFile::exists(desktopFile)) {
+        err() << "ui-element-ctl: no desktop file " << desktopFile << '\n';
+        err().flush();
+        return false;
     }
+    // Chosen once per process, at the first platform call: this comes before any.
+    qputenv("UIET_ACCESSIBILITY", "virtual:" + QFile::encodeName(desktopFile));
+    return true;
+}
+
+int runTree(const QString& desktopFile, const QString& application) {
+    if (!useDesktopFile(desktopFile))
+        return ctlExitUsage;
     bool isPid = false;
     const pid_t pid = application.toInt(&isPid);
     int printed = 0;
@@ -225,18 +236,46 @@ int runTree(const QString& desktopFile, const QString& application) {
     return ctlExitSuccess;
 }
 
+int runAt(const QString& desktopFile, const QString& pointText) {
+    static const QRegularExpression pointPattern(
+        QStringLiteral("^(-?\\d+(?:\\.\\d+)?),(-?\\d+(?:\\.\\d+)?)$"));
+    const QRegularExpressionMatch point = pointPattern.match(pointText);
+    if (!point.hasMatch()) {
+        err() << "ui-element-ctl: the point must be X,Y in screen coordinates, not '" << pointText << "'\n";
+        return usage();
+    }
+    if (!useDesktopFile(desktopFile))
+        return ctlExitUsage;
+    const CFTypeSmartRef<AXUIElementRef> systemWide(AXUIElementCreateSystemWide());
+    CFTypeSmartRef<AXUIElementRef> hit;
+    const AXError error = AXUIElementCopyElementAtPosition(systemWide, point.captured(1).toFloat(),
+                                                           point.captured(2).toFloat(), hit.out());
+    if (error != kAXErrorSuccess || hit.isNull()) {
+        err() << "ui-element-ctl: no element at " << pointText << " (" << getAXUIErrorString(error) << ")\n";
+        err().flush();
+        return ctlExitFailure;
+    }
+    for (const QString& line : elementAncestryLines(hit))
+        out() << line << '\n';
+    out().flush();
+    return ctlExitSuccess;
+}
+
 int runCtl(const QStringList& arguments) {
     const QString verb = arguments.value(0);
     if (verb == QLatin1String("reports") && arguments.size() == 1)
         return runReports();
-    if (verb == QLatin1String("tree")) {
+    if (verb == QLatin1String("tree") || verb == QLatin1String("at")) {
         QStringList operands = arguments.mid(1);
         QString desktopFile;
         if (operands.value(0) == QLatin1String("--desktop") && operands.size() >= 2) {
             desktopFile = operands.at(1);
             operands = operands.mid(2);
         }
-        if (operands.size() <= 1 && !operands.value(0).startsWith(QLatin1Char('-')))
+        if (verb == QLatin1String("at") && operands.size() == 1)
+            return runAt(desktopFile, operands.at(0));
+        if (verb == QLatin1String("tree") && operands.size() <= 1 &&
+            !operands.value(0).startsWith(QLatin1Char('-')))
             return runTree(desktopFile, operands.value(0));
     }
     // The verbs that send a command: their operands, then an optional time-out.

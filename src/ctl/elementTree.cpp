@@ -33,3 +33,20 @@ QStringList elementTreeLines(AXUIElementRef element, int depth) {
     }
     return lines;
 }
+
+QStringList elementAncestryLines(AXUIElementRef element) {
+    QStringList lines;
+    CFTypeSmartRef<CFTypeRef> current(CFRetain(element));
+    for (int depth = 0; !current.isNull() && depth < elementTreeMaximumDepth; ++depth) {
+        const auto node = static_cast<AXUIElementRef>(current.get());
+        lines.prepend(elementLine(node));
+        CFTypeSmartRef<CFTypeRef> parent;
+        if (AXUIElementCopyAttributeValue(node, CFSTR("AXParent"), parent.out()) != kAXErrorSuccess ||
+            parent.isNull() || CFGetTypeID(parent) != AXUIElementGetTypeID())
+            break;
+        current = std::move(parent);
+    }
+    for (qsizetype i = 0; i < lines.size(); ++i)
+        lines[i].prepend(QString(2 * int(i), QLatin1Char(' ')));
+    return lines;
+}

@@ -16,3 +16,7 @@ QString elementLine(AXUIElementRef element);
 
 // The element and everything below it, `depth` levels in.
 QStringList elementTreeLines(AXUIElementRef element, int depth = 0);
+
+// The element's ancestors from its application down, then the element itself, each indented one
+// level deeper than the one before.
+QStringList elementAncestryLines(AXUIElementRef element);

@@ -1,6 +1,7 @@
 #include "ProviderSelection_p.h"
 
 #include "UnavailableProvider.h"
+#include "atspi/AtspiProvider.h"
 #include "virtual/VirtualDesktop.h"
 
 #include <QDebug>
@@ -19,8 +20,12 @@ std::shared_ptr<AccessibilityProvider> createProviderFromEnvironment() {
                              << choice;
         return std::make_shared<UnavailableProvider>();
     }
-    // The live desktop is the default on Linux, and it is not built yet.
-    qDebug().noquote() << "Note: the live desktop provider (AT-SPI2) is not available in this build;"
-                          " every accessibility query fails";
+    // The live desktop is the default.
+    QString problem;
+    if (auto live = AtspiProvider::create(&problem))
+        return live;
+    qDebug().noquote()
+        << QStringLiteral("Note: the live desktop (AT-SPI2) cannot be reached: %1; every accessibility query fails")
+               .arg(problem);
     return std::make_shared<UnavailableProvider>();
 }

@@ -2,6 +2,41 @@
 
 namespace VirtualDesktopModel {
 
+Value stringValue(const QString& text) {
+    Value value;
+    value.kind = Value::Kind::String;
+    value.text = text;
+    return value;
+}
+
+Value booleanValue(bool boolean) {
+    Value value;
+    value.kind = Value::Kind::Boolean;
+    value.boolean = boolean;
+    return value;
+}
+
+Value pointValue(const CGPoint& point) {
+    Value value;
+    value.kind = Value::Kind::Point;
+    value.rect.origin = point;
+    return value;
+}
+
+Value sizeValue(const CGSize& size) {
+    Value value;
+    value.kind = Value::Kind::Size;
+    value.rect.size = size;
+    return value;
+}
+
+Value elementValue(const Element& element) {
+    Value value;
+    value.kind = Value::Kind::Element;
+    value.element = element;
+    return value;
+}
+
 namespace {
 
 bool booleanAttribute(const Node& node, const QString& name) {
@@ -109,10 +144,7 @@ ElementId ElementIds::idFor(const QString& key) {
 }
 
 Value elementValue(const Node& node) {
-    Value value;
-    value.kind = Value::Kind::Element;
-    value.element = Element{node.id, node.pid};
-    return value;
+    return elementValue(Element{node.id, node.pid});
 }
 
 Lookup attributeValue(const Desktop& desktop, int index, const QString& name, Value* value) {

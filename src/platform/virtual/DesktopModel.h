@@ -33,6 +33,13 @@ struct Value {
     QString reference; // Element, as the fixture names it ("id:ok", "app:12", "window:3"), until resolved
 };
 
+// Values made from their parts.
+Value stringValue(const QString& text);
+Value booleanValue(bool boolean);
+Value pointValue(const CGPoint& point);
+Value sizeValue(const CGSize& size);
+Value elementValue(const Element& element);
+
 struct Action {
     QString name;
     QString description;

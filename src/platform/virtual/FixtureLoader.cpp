@@ -28,34 +28,6 @@ const PlatformCall faultableCalls[] = {
     PlatformCall::AXUIElementPerformAction,         PlatformCall::_AXUIElementGetWindow,
 };
 
-Value stringValue(const QString& text) {
-    Value value;
-    value.kind = Value::Kind::String;
-    value.text = text;
-    return value;
-}
-
-Value booleanValue(bool boolean) {
-    Value value;
-    value.kind = Value::Kind::Boolean;
-    value.boolean = boolean;
-    return value;
-}
-
-Value pointValue(const CGPoint& point) {
-    Value value;
-    value.kind = Value::Kind::Point;
-    value.rect.origin = point;
-    return value;
-}
-
-Value sizeValue(const CGSize& size) {
-    Value value;
-    value.kind = Value::Kind::Size;
-    value.rect.size = size;
-    return value;
-}
-
 // An explicit id is told apart from the indices that name the elements below it by its length.
 QString keyOfId(const QString& id) {
     return QStringLiteral("id:%1:%2").arg(id.size()).arg(id);

@@ -1,0 +1,601 @@
+#include "AtspiProvider.h"
+
+#include "AtspiReader.h"
+#include "AtspiRoles.h"
+#include "LiveProcesses.h"
+#include "X11Desktop.h"
+#include "virtual/ValueConversion.h"
+
+#include <QMutexLocker>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+
+using VirtualDesktopModel::booleanValue;
+using VirtualDesktopModel::elementValue;
+using VirtualDesktopModel::stringValue;
+using VirtualDesktopModel::Value;
+
+namespace {
+
+// A reader's answer: the value, the reader's error, or `missing` when there is no value.
+AXError answer(const AtspiReader& reader, std::optional<Value> found, Value* value,
+               AXError missing = kAXErrorNoValue) {
+    if (reader.error() != kAXErrorSuccess)
+        return reader.error();
+    if (!found)
+        return missing;
+    *value = std::move(*found);
+    return kAXErrorSuccess;
+}
+
+std::optional<Value> optionalText(const QString& text) {
+    return text.isEmpty() ? std::nullopt : std::optional<Value>(stringValue(text));
+}
+
+bool frameContains(const CGRect& frame, CGPoint point) {
+    return point.x >= frame.origin.x && point.y >= frame.origin.y &&
+           point.x < frame.origin.x + frame.size.width && point.y < frame.origin.y + frame.size.height;
+}
+
+bool sameFrame(const CGRect& a, const CGRect& b) {
+    return a.origin.x == b.origin.x && a.origin.y == b.origin.y && a.size.width == b.size.width &&
+           a.size.height == b.size.height;
+}
+
+QByteArray applicationKey(pid_t pid) {
+    return QByteArray("pid:") + QByteArray::number(pid);
+}
+
+} // namespace
+
+std::shared_ptr<AtspiProvider> AtspiProvider::create(QString* problem) {
+    // Without an address libdbus would try to start a bus of its own.
+    if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS")) {
+        *problem = QStringLiteral("no session bus (DBUS_SESSION_BUS_ADDRESS is not set)");
+        return nullptr;
+    }
+    // libatspi keeps names, roles, states and children of elements up to date from the events
+    // that it hears; this provider hears them only while it waits for an answer, so nothing it
+    // read before may be trusted.
+    qputenv("ATSPI_NO_CACHE", "1");
+    if (atspi_init() > 1) {
+        *problem = QStringLiteral("the accessibility bus cannot be reached");
+        return nullptr;
+    }
+    // Replies are awaited inside each call; no event loop of the process runs libatspi's.
+    atspi_set_main_context(g_main_context_new());
+    // No grace period for applications that are starting: a hung one must not hold a caller.
+    atspi_set_timeout(AtspiReader::replyTimeoutMs, 0);
+    return std::shared_ptr<AtspiProvider>(new AtspiProvider());
+}
+
+AtspiProvider::AtspiProvider() : x11(X11Desktop::open()) {}
+
+AtspiProvider::~AtspiProvider() {
+    for (const Known& element : std::as_const(known))
+        g_object_unref(element.accessible);
+    for (AtspiAccessible* application : std::as_const(applicationsByPid))
+        g_object_unref(application);
+}
+
+ElementId AtspiProvider::idForKey(const QByteArray& key) {
+    auto found = idsByKey.constFind(key);
+    if (found != idsByKey.constEnd())
+        return *found;
+    const ElementId id = nextId++;
+    idsByKey.insert(key, id);
+    return id;
+}
+
+pid_t AtspiProvider::pidOf(AtspiAccessible* accessible) {
+    const QByteArray busName = AtspiReader(accessible).busName();
+    auto found = pidsByBusName.constFind(busName);
+    if (found != pidsByBusName.constEnd())
+        return *found;
+    GError* error = nullptr;
+    const pid_t pid = pid_t(atspi_accessible_get_process_id(accessible, &error));
+    if (error) {
+        g_error_free(error);
+        return 0;
+    }
+    pidsByBusName.insert(busName, pid);
+    return pid;
+}
+
+Element AtspiProvider::elementFor(AtspiAccessible* accessible) {
+    const pid_t pid = pidOf(accessible);
+    AtspiReader reader(accessible);
+    if (reader.isApplication())
+        return Element{idForKey(applicationKey(pid)), pid};
+    const QByteArray key = reader.key();
+    const ElementId id = idForKey(key);
+    Known& entry = known[id];
+    if (!entry.accessible) {
+        entry.accessible = retained(accessible).release();
+        entry.pid = pid;
+        entry.key = key;
+    }
+    return Element{id, pid};
+}
+
+AtspiAccessible* AtspiProvider::applicationForPid(pid_t pid) {
+    if (AtspiAccessible* application = applicationsByPid.value(pid))
+        return application;
+    AccessibleRef desktop(atspi_get_desktop(0));
+    for (AccessibleRef& application : AtspiReader(desktop.get()).children()) {
+        const pid_t owner = pidOf(application.get());
+        if (owner > 0 && !applicationsByPid.contains(owner))
+            applicationsByPid.insert(owner, application.release());
+    }
+    return applicationsByPid.value(pid);
+}
+
+void AtspiProvider::forget(const Element& element) {
+    auto found = known.find(element.id);
+    if (found != known.end()) {
+        interfaceCache.remove(found->key);
+        idsByKey.remove(found->key);
+        g_object_unref(found->accessible);
+        known.erase(found);
+        return;
+    }
+    // An application: its next question looks for it anew.
+    if (AtspiAccessible* application = applicationsByPid.take(element.pid)) {
+        pidsByBusName.remove(AtspiReader(application).busName());
+        g_object_unref(application);
+    }
+}
+
+AtspiAccessible* AtspiProvider::resolve(const Element& element, AXError* error) {
+    *error = kAXErrorSuccess;
+    if (element.isSystemWide())
+        return nullptr;
+    auto found = known.constFind(element.id);
+    if (found != known.constEnd())
+        return found->accessible;
+    if (idsByKey.value(applicationKey(element.pid)) == element.id) {
+        if (AtspiAccessible* application = applicationForPid(element.pid))
+            return application;
+    }
+    *error = kAXErrorInvalidUIElement;
+    return nullptr;
+}
+
+bool AtspiProvider::mayAsk(const AtspiReader& reader) {
+    auto pause = unresponsive.find(reader.busName());
+    if (pause == unresponsive.end())
+        return true;
+    if (!pause->hasExpired())
+        return false;
+    unresponsive.erase(pause);
+    return true;
+}
+
+void AtspiProvider::noteOutcome(const AtspiReader& reader) {
+    if (reader.error() == kAXErrorCannotComplete)
+        unresponsive.insert(reader.busName(), QDeadlineTimer(unresponsivePauseMs));
+}
+
+std::vector<AccessibleRef> AtspiProvider::askableApplications() {
+    AccessibleRef desktop(atspi_get_desktop(0));
+    std::vector<AccessibleRef> applications = AtspiReader(desktop.get()).children();
+    applications.erase(std::remove_if(applications.begin(), applications.end(),
+                                      [&](const AccessibleRef& application) {
+                                          return !mayAsk(AtspiReader(application.get()));
+                                      }),
+                       applications.end());
+    return applications;
+}
+
+template <typename Work> AXError AtspiProvider::withReader(const Element& element, Work work) {
+    QMutexLocker locker(&mutex);
+    AXError error = kAXErrorSuccess;
+    AtspiAccessible* accessible = resolve(element, &error);
+    if (error != kAXErrorSuccess)
+        return error;
+    if (!accessible)
+        return kAXErrorIllegalArgument;
+    // libatspi answers some calls to an application that has just quit with empty values and no
+    // error; the process table does not.
+    if (element.pid > 0 && ::kill(element.pid, 0) != 0 && errno == ESRCH) {
+        forget(element);
+        return kAXErrorInvalidUIElement;
+    }
+    if (interfaceCache.size() > maximumCachedInterfaces)
+        interfaceCache.clear();
+    AtspiReader reader(accessible, &interfaceCache);
+    if (!mayAsk(reader))
+        return kAXErrorCannotComplete;
+    const AXError result = work(reader);
+    noteOutcome(reader);
+    if (result == kAXErrorInvalidUIElement)
+        forget(element);
+    return result;
+}
+
+AXError AtspiProvider::readAttribute(AtspiReader& r, const QString& attribute, Value* value) {
+    const auto unsupported = kAXErrorAttributeUnsupported;
+    const auto element = [&](const AccessibleRef& accessible) {
+        return accessible ? std::optional<Value>(elementValue(elementFor(accessible.get()))) : std::nullopt;
+    };
+    const auto elements = [&](const std::vector<AccessibleRef>& accessibles, bool windowsOnly) {
+        Value array;
+        array.kind = Value::Kind::Array;
+        for (const AccessibleRef& accessible : accessibles)
+            if (!windowsOnly || atspiRoleIsWindow(AtspiReader(accessible.get()).role()))
+                array.items.push_back(elementValue(elementFor(accessible.get())));
+        return array;
+    };
+    if (attribute == QLatin1String("AXRole"))
+        return answer(r, stringValue(r.axRole()), value);
+    if (attribute == QLatin1String("AXSubrole"))
+        return answer(r, optionalText(axSubroleForAtspiRole(r.role())), value, unsupported);
+    if (attribute == QLatin1String("AXRoleDescription"))
+        return answer(r, stringValue(r.localizedRoleName()), value);
+    if (attribute == QLatin1String("AXTitle"))
+        return answer(r, stringValue(r.name()), value);
+    if (attribute == QLatin1String("AXDescription"))
+        return answer(r, stringValue(r.description()), value);
+    if (attribute == QLatin1String("AXIdentifier"))
+        return answer(r, optionalText(r.accessibleId()), value, unsupported);
+    if (attribute == QLatin1String("AXPosition") || attribute == QLatin1String("AXSize")) {
+        bool hasComponent = false;
+        const std::optional<CGRect> frame = r.frame(&hasComponent);
+        if (!hasComponent && r.error() == kAXErrorSuccess)
+            return unsupported;
+        return answer(r,
+                      frame ? std::optional<Value>(attribute == QLatin1String("AXPosition")
+                                                       ? VirtualDesktopModel::pointValue(frame->origin)
+                                                       : VirtualDesktopModel::sizeValue(frame->size))
+                            : std::nullopt,
+                      value);
+    }
+    if (attribute == QLatin1String("AXValue"))
+        return answer(r, r.value(), value, unsupported);
+    if (attribute == QLatin1String("AXChildren"))
+        return answer(r, elements(r.children(), false), value);
+    if (attribute == QLatin1String("AXEnabled"))
+        return answer(r, booleanValue(r.hasState(ATSPI_STATE_ENABLED) || r.hasState(ATSPI_STATE_SENSITIVE)),
+                      value);
+    if (attribute == QLatin1String("AXFocused"))
+        return answer(r, booleanValue(r.hasState(ATSPI_STATE_FOCUSED)), value);
+    if (attribute == QLatin1String("AXSelected"))
+        return answer(r, booleanValue(r.hasState(ATSPI_STATE_SELECTED)), value);
+    if (r.isApplication()) {
+        if (attribute == QLatin1String("AXWindows"))
+            return answer(r, elements(r.children(), true), value);
+        if (attribute == QLatin1String("AXFocusedWindow") || attribute == QLatin1String("AXMainWindow"))
+            return answer(r, element(r.activeWindow()), value);
+        if (attribute == QLatin1String("AXFrontmost"))
+            return answer(r, booleanValue(r.activeWindow() != nullptr), value);
+        if (attribute == QLatin1String("AXFocusedUIElement"))
+            return answer(r, element(r.focusedDescendant()), value);
+        return unsupported;
+    }
+    if (attribute == QLatin1String("AXParent"))
+        return answer(r, element(r.parent()), value);
+    const bool window = atspiRoleIsWindow(r.role());
+    if (window && attribute == QLatin1String("AXMain"))
+        return answer(r, booleanValue(r.hasState(ATSPI_STATE_ACTIVE)), value);
+    if (window && attribute == QLatin1String("AXMinimized"))
+        return answer(r, booleanValue(r.hasState(ATSPI_STATE_ICONIFIED)), value);
+    if (!window && attribute == QLatin1String("AXWindow"))
+        return answer(r, element(r.window()), value);
+    return r.error() != kAXErrorSuccess ? r.error() : unsupported;
+}
+
+QStringList AtspiProvider::attributeNames(AtspiReader& r) {
+    QStringList names{QStringLiteral("AXRole"),     QStringLiteral("AXRoleDescription"),
+                      QStringLiteral("AXTitle"),    QStringLiteral("AXDescription"),
+                      QStringLiteral("AXChildren"), QStringLiteral("AXEnabled"),
+                      QStringLiteral("AXFocused"),  QStringLiteral("AXSelected")};
+    if (r.isApplication())
+        return names << QStringLiteral("AXWindows") << QStringLiteral("AXFocusedWindow")
+                     << QStringLiteral("AXMainWindow") << QStringLiteral("AXFrontmost")
+                     << QStringLiteral("AXFocusedUIElement");
+    names << QStringLiteral("AXParent");
+    if (atspiRoleIsWindow(r.role()))
+        names << QStringLiteral("AXMain") << QStringLiteral("AXMinimized");
+    else
+        names << QStringLiteral("AXWindow");
+    // The rest where the element has them.
+    Value ignored;
+    for (const QString& optional :
+         {QStringLiteral("AXSubrole"), QStringLiteral("AXIdentifier"), QStringLiteral("AXPosition"),
+          QStringLiteral("AXSize"), QStringLiteral("AXValue")}) {
+        const AXError result = readAttribute(r, optional, &ignored);
+        if (result == kAXErrorSuccess || result == kAXErrorNoValue)
+            names << optional;
+    }
+    return names;
+}
+
+AXError AtspiProvider::readSystemWideAttribute(const QString& attribute, Value* value) {
+    if (attribute == QLatin1String("AXRole")) {
+        *value = stringValue(QStringLiteral("AXSystemWide"));
+        return kAXErrorSuccess;
+    }
+    if (attribute != QLatin1String("AXFocusedApplication") &&
+        attribute != QLatin1String("AXFocusedUIElement"))
+        return kAXErrorAttributeUnsupported;
+    for (const AccessibleRef& application : askableApplications()) {
+        AtspiReader reader(application.get());
+        const bool active = reader.activeWindow() != nullptr;
+        noteOutcome(reader);
+        if (!active)
+            continue;
+        if (attribute == QLatin1String("AXFocusedApplication")) {
+            *value = elementValue(elementFor(application.get()));
+            return kAXErrorSuccess;
+        }
+        const AccessibleRef focused = reader.focusedDescendant();
+        noteOutcome(reader);
+        return answer(reader,
+                      focused ? std::optional<Value>(elementValue(elementFor(focused.get()))) : std::nullopt,
+                      value);
+    }
+    return kAXErrorNoValue;
+}
+
+Element AtspiProvider::applicationElement(pid_t pid) {
+    QMutexLocker locker(&mutex);
+    return Element{idForKey(applicationKey(pid)), pid};
+}
+
+AXError AtspiProvider::copyAttributeValue(const Element& element, const QString& attribute,
+                                          CFTypeRef* value) {
+    Value found;
+    AXError result = kAXErrorSuccess;
+    if (element.isSystemWide()) {
+        QMutexLocker locker(&mutex);
+        result = readSystemWideAttribute(attribute, &found);
+    } else {
+        result = withReader(element,
+                            [&](AtspiReader& reader) { return readAttribute(reader, attribute, &found); });
+    }
+    if (result == kAXErrorSuccess)
+        *value = VirtualDesktopModel::createCFValue(found, *this);
+    return result;
+}
+
+AXError AtspiProvider::copyAttributeNames(const Element& element, QStringList* names) {
+    if (element.isSystemWide()) {
+        *names = {QStringLiteral("AXRole"), QStringLiteral("AXFocusedApplication"),
+                  QStringLiteral("AXFocusedUIElement")};
+        return kAXErrorSuccess;
+    }
+    return withReader(element, [&](AtspiReader& reader) {
+        *names = attributeNames(reader);
+        return reader.error();
+    });
+}
+
+AXError AtspiProvider::attributeValueCount(const Element& element, const QString& attribute, CFIndex* count) {
+    if (element.isSystemWide())
+        return kAXErrorIllegalArgument;
+    return withReader(element, [&](AtspiReader& reader) {
+        if (attribute == QLatin1String("AXChildren")) {
+            *count = CFIndex(reader.childCount());
+            return reader.error();
+        }
+        Value found;
+        const AXError result = readAttribute(reader, attribute, &found);
+        if (result != kAXErrorSuccess)
+            return result;
+        if (found.kind != Value::Kind::Array)
+            return kAXErrorIllegalArgument;
+        *count = CFIndex(found.items.size());
+        return kAXErrorSuccess;
+    });
+}
+
+AXError AtspiProvider::isAttributeSettable(const Element& element, const QString& attribute, bool* settable) {
+    if (element.isSystemWide()) {
+        *settable = false;
+        return kAXErrorSuccess;
+    }
+    return withReader(element, [&](AtspiReader& reader) {
+        if (attribute == QLatin1String("AXValue"))
+            *settable = reader.hasState(ATSPI_STATE_EDITABLE) ||
+                        (reader.value() && !reader.hasState(ATSPI_STATE_READ_ONLY) &&
+                         reader.value()->kind == Value::Kind::Double);
+        else if (attribute == QLatin1String("AXFocused"))
+            *settable = reader.hasState(ATSPI_STATE_FOCUSABLE);
+        else
+            *settable = false;
+        return reader.error();
+    });
+}
+
+AXError AtspiProvider::setAttributeValue(const Element& element, const QString& attribute, CFTypeRef value) {
+    if (element.isSystemWide())
+        return kAXErrorAttributeUnsupported;
+    return withReader(element, [&](AtspiReader& reader) -> AXError {
+        bool done = false;
+        if (attribute == QLatin1String("AXValue")) {
+            Value wanted;
+            if (!VirtualDesktopModel::valueFromCF(value, *this, &wanted))
+                return kAXErrorIllegalArgument;
+            if (wanted.kind == Value::Kind::String)
+                done = reader.setText(wanted.text);
+            else if (wanted.kind == Value::Kind::Integer || wanted.kind == Value::Kind::Double)
+                done = reader.setNumber(wanted.kind == Value::Kind::Integer ? double(wanted.integer)
+                                                                            : wanted.number);
+            else
+                return kAXErrorIllegalArgument;
+        } else if (attribute == QLatin1String("AXFocused")) {
+            done = reader.grabFocus();
+        } else {
+            return kAXErrorAttributeUnsupported;
+        }
+        if (reader.error() != kAXErrorSuccess)
+            return reader.error();
+        return done ? kAXErrorSuccess : kAXErrorCannotComplete;
+    });
+}
+
+AXError AtspiProvider::copyActionNames(const Element& element, QStringList* names) {
+    if (element.isSystemWide()) {
+        names->clear();
+        return kAXErrorSuccess;
+    }
+    return withReader(element, [&](AtspiReader& reader) {
+        *names = axActionNames(reader.toolkitActionNames());
+        return reader.error();
+    });
+}
+
+AXError AtspiProvider::copyActionDescription(const Element& element, const QString& action,
+                                             QString* description) {
+    if (element.isSystemWide())
+        return kAXErrorActionUnsupported;
+    return withReader(element, [&](AtspiReader& reader) -> AXError {
+        const int index = reader.actionIndex(action);
+        if (index >= 0)
+            *description = reader.actionDescription(index);
+        if (reader.error() != kAXErrorSuccess)
+            return reader.error();
+        return index < 0 ? kAXErrorActionUnsupported : kAXErrorSuccess;
+    });
+}
+
+AXError AtspiProvider::performAction(const Element& element, const QString& action) {
+    if (element.isSystemWide())
+        return kAXErrorActionUnsupported;
+    return withReader(element, [&](AtspiReader& reader) -> AXError {
+        const int index = reader.actionIndex(action);
+        const bool done = index >= 0 && reader.doAction(index);
+        if (reader.error() != kAXErrorSuccess)
+            return reader.error();
+        if (index < 0)
+            return kAXErrorActionUnsupported;
+        return done ? kAXErrorSuccess : kAXErrorCannotComplete;
+    });
+}
+
+AXError AtspiProvider::elementAtPosition(const Element& scope, CGPoint point, Element* hit) {
+    QMutexLocker locker(&mutex);
+    const pid_t onlyPid = scope.isSystemWide() ? 0 : scope.pid;
+    // The window server tells which window is in front at the point; without one, the active
+    // window of the applications wins.
+    std::optional<WindowInfo> front;
+    if (x11) {
+        for (const WindowInfo& window : x11->windows()) {
+            if (window.onScreen && frameContains(window.frame, point) &&
+                (!onlyPid || window.owner == onlyPid)) {
+                front = window;
+                break;
+            }
+        }
+        if (!front)
+            return kAXErrorNoValue;
+    }
+    AccessibleRef best;
+    bool bestIsExact = false;
+    for (const AccessibleRef& application : askableApplications()) {
+        const pid_t pid = pidOf(application.get());
+        if ((onlyPid && pid != onlyPid) || (front && front->owner && pid != front->owner))
+            continue;
+        AtspiReader reader(application.get(), &interfaceCache);
+        for (AccessibleRef& window : reader.children()) {
+            AtspiReader candidate(window.get(), &interfaceCache);
+            if (!atspiRoleIsWindow(candidate.role()))
+                continue;
+            const std::optional<CGRect> frame = candidate.frame();
+            if (!frame || !frameContains(*frame, point))
+                continue;
+            const bool exact = front && sameFrame(*frame, front->frame);
+            if (!best || (exact && !bestIsExact) || (!front && candidate.hasState(ATSPI_STATE_ACTIVE))) {
+                best = std::move(window);
+                bestIsExact = exact;
+            }
+        }
+        noteOutcome(reader);
+    }
+    if (!best)
+        return kAXErrorNoValue;
+    // Down from the window, as deep as the toolkit tells children under the point.
+    AccessibleRef current = std::move(best);
+    for (int depth = 0; depth < 1000; ++depth) {
+        AtspiReader reader(current.get(), &interfaceCache);
+        AccessibleRef child = reader.childAtPoint(point);
+        noteOutcome(reader);
+        if (reader.error() != kAXErrorSuccess)
+            return reader.error();
+        if (!child || child.get() == current.get())
+            break;
+        current = std::move(child);
+    }
+    *hit = elementFor(current.get());
+    return kAXErrorSuccess;
+}
+
+AXError AtspiProvider::windowOfElement(const Element& element, CGWindowID* windowID) {
+    return withReader(element, [&](AtspiReader& reader) -> AXError {
+        const AccessibleRef window = reader.window();
+        if (reader.error() != kAXErrorSuccess)
+            return reader.error();
+        if (!window || !x11)
+            return kAXErrorNoValue;
+        AtspiReader windowReader(window.get(), &interfaceCache);
+        const std::optional<CGRect> frame = windowReader.frame();
+        const QString title = windowReader.name();
+        if (windowReader.error() != kAXErrorSuccess)
+            return windowReader.error();
+        for (const WindowInfo& candidate : x11->windows()) {
+            if (candidate.owner == element.pid && frame && sameFrame(candidate.frame, *frame) &&
+                (title.isEmpty() || candidate.title == title)) {
+                *windowID = candidate.id;
+                return kAXErrorSuccess;
+            }
+        }
+        return kAXErrorNoValue;
+    });
+}
+
+CGError AtspiProvider::windowList(QList<WindowInfo>* windows) {
+    QMutexLocker locker(&mutex);
+    *windows = x11 ? x11->windows() : QList<WindowInfo>();
+    return kCGErrorSuccess;
+}
+
+QList<ApplicationInfo> AtspiProvider::applications() {
+    QMutexLocker locker(&mutex);
+    QList<ApplicationInfo> result;
+    for (const AccessibleRef& application : askableApplications()) {
+        const pid_t pid = pidOf(application.get());
+        if (pid <= 0)
+            continue;
+        AtspiReader reader(application.get());
+        ApplicationInfo info = describeLiveProcess(pid, reader.name());
+        info.active = reader.activeWindow() != nullptr;
+        noteOutcome(reader);
+        result.append(info);
+    }
+    return result;
+}
+
+QList<ScreenInfo> AtspiProvider::screens() {
+    QMutexLocker locker(&mutex);
+    return x11 ? x11->screens() : QList<ScreenInfo>();
+}
+
+ZoomInfo AtspiProvider::zoom() {
+    return ZoomInfo();
+}
+
+CGPoint AtspiProvider::mousePosition() {
+    QMutexLocker locker(&mutex);
+    return x11 ? x11->mousePosition() : CGPoint{};
+}
+
+// Reaching the bus is the permission: there is no other one to ask for.
+bool AtspiProvider::isProcessTrusted(bool) {
+    return true;
+}
+
+bool AtspiProvider::isAPIEnabled() {
+    return true;
+}

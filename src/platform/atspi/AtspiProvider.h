@@ -1,0 +1,101 @@
+#pragma once
+
+// The live Linux desktop: the accessibility trees of running applications, read over the AT-SPI2
+// bus with libatspi and presented in the AX vocabulary (docs/platform-atspi.md), and the window
+// server's view of windows, stacking, screens and mouse from X11.
+//
+// Every answer is read from the applications when it is asked for; nothing is kept between two
+// questions but the identity of elements, so a title that changed or a window that closed is
+// reported as it is now. All calls are serialized by one lock.
+
+#include "ax/AccessibilityProvider.h"
+
+#include <QByteArray>
+#include <QDeadlineTimer>
+#include <QHash>
+#include <QRecursiveMutex>
+
+#include <memory>
+#include <vector>
+
+#include "AtspiReader.h"
+class X11Desktop;
+namespace VirtualDesktopModel {
+struct Value;
+}
+
+class AtspiProvider final : public AccessibilityProvider {
+public:
+    // After an application lets a call time out, its elements answer kAXErrorCannotComplete at
+    // once for this long, so that a hung application costs one time-out a second, not one per
+    // question.
+    static constexpr int unresponsivePauseMs = 1000;
+
+    // Null when the accessibility bus cannot be reached; `problem` then says why.
+    static std::shared_ptr<AtspiProvider> create(QString* problem);
+    ~AtspiProvider() override;
+
+    Element applicationElement(pid_t pid) override;
+    AXError copyAttributeValue(const Element& element, const QString& attribute, CFTypeRef* value) override;
+    AXError copyAttributeNames(const Element& element, QStringList* names) override;
+    AXError attributeValueCount(const Element& element, const QString& attribute, CFIndex* count) override;
+    AXError isAttributeSettable(const Element& element, const QString& attribute, bool* settable) override;
+    AXError setAttributeValue(const Element& element, const QString& attribute, CFTypeRef value) override;
+    AXError copyActionNames(const Element& element, QStringList* names) override;
+    AXError copyActionDescription(const Element& element, const QString& action,
+                                  QString* description) override;
+    AXError performAction(const Element& element, const QString& action) override;
+    AXError elementAtPosition(const Element& scope, CGPoint point, Element* hit) override;
+    AXError windowOfElement(const Element& element, CGWindowID* windowID) override;
+    CGError windowList(QList<WindowInfo>* windows) override;
+    QList<ApplicationInfo> applications() override;
+    QList<ScreenInfo> screens() override;
+    ZoomInfo zoom() override;
+    CGPoint mousePosition() override;
+    bool isProcessTrusted(bool prompt) override;
+    bool isAPIEnabled() override;
+
+private:
+    AtspiProvider();
+
+    // One element that has been handed out: its accessible (one reference held) and process.
+    struct Known {
+        AtspiAccessible* accessible = nullptr;
+        pid_t pid = 0;
+        QByteArray key;
+    };
+
+    template <typename Work> AXError withReader(const Element& element, Work work);
+    AXError readAttribute(AtspiReader& reader, const QString& attribute, VirtualDesktopModel::Value* value);
+    QStringList attributeNames(AtspiReader& reader);
+    AXError readSystemWideAttribute(const QString& attribute, VirtualDesktopModel::Value* value);
+
+    // The accessible of an element, or the error to answer. Null with success for the
+    // system-wide element.
+    AtspiAccessible* resolve(const Element& element, AXError* error);
+    // The element handed out for an accessible, registered on first sight. An application is
+    // known by its process, so that its handle equals the one made from the pid.
+    Element elementFor(AtspiAccessible* accessible);
+    AtspiAccessible* applicationForPid(pid_t pid);
+    pid_t pidOf(AtspiAccessible* accessible);
+    ElementId idForKey(const QByteArray& key);
+    // Forgets an element that its application no longer knows.
+    void forget(const Element& element);
+    // Whether an application may be asked now, and what its last reader says about that.
+    bool mayAsk(const AtspiReader& reader);
+    void noteOutcome(const AtspiReader& reader);
+    // The running applications that may be asked now.
+    std::vector<AccessibleRef> askableApplications();
+
+    mutable QRecursiveMutex mutex;
+    std::unique_ptr<X11Desktop> x11;
+    QHash<QByteArray, ElementId> idsByKey;
+    QHash<ElementId, Known> known;
+    QHash<pid_t, AtspiAccessible*> applicationsByPid;
+    QHash<QByteArray, pid_t> pidsByBusName;
+    QHash<QByteArray, QDeadlineTimer> unresponsive;
+    // Emptied when it grows past this, so that elements that come and go cannot fill it.
+    static constexpr qsizetype maximumCachedInterfaces = 100000;
+    AtspiInterfaceCache interfaceCache;
+    ElementId nextId = 1;
+};

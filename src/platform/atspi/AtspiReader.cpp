@@ -1,0 +1,418 @@
+#include "AtspiReader.h"
+
+#include "AtspiRoles.h"
+
+#include <QElapsedTimer>
+
+#include <dbus/dbus.h>
+
+#include <atomic>
+#include <climits>
+
+using VirtualDesktopModel::Value;
+
+namespace {
+
+std::atomic<quint64> busCalls{0};
+
+enum class Outcome { Answered, Gone, NoAnswer };
+
+bool isTimeout(const QString& text, qint64 elapsedMs) {
+    return elapsedMs >= AtspiReader::replyTimeoutMs || text.contains(QLatin1String("NoReply")) ||
+           text.contains(QLatin1String("did not receive a reply"), Qt::CaseInsensitive) ||
+           text.contains(QLatin1String("timeout"), Qt::CaseInsensitive);
+}
+
+// How a call ended. libatspi hands the bus's error over as text only; a call that took the whole
+// time-out did not get its answer, whatever it returned.
+Outcome outcomeOf(GError* error, qint64 elapsedMs) {
+    if (!error)
+        return elapsedMs >= AtspiReader::replyTimeoutMs ? Outcome::NoAnswer : Outcome::Answered;
+    const QString message = QString::fromUtf8(error->message);
+    g_error_free(error);
+    return isTimeout(message, elapsedMs) ? Outcome::NoAnswer : Outcome::Gone;
+}
+
+quint32 interfaceBit(const char* name) {
+    static const struct {
+        const char* name;
+        AtspiInterface bit;
+    } known[] = {{"org.a11y.atspi.Component", kAtspiComponent},
+                 {"org.a11y.atspi.Action", kAtspiAction},
+                 {"org.a11y.atspi.Value", kAtspiValue},
+                 {"org.a11y.atspi.Text", kAtspiText},
+                 {"org.a11y.atspi.EditableText", kAtspiEditableText},
+                 {"org.a11y.atspi.Collection", kAtspiCollection}};
+    for (const auto& entry : known)
+        if (qstrcmp(entry.name, name) == 0)
+            return entry.bit;
+    return 0;
+}
+
+QString takeString(gchar* text) {
+    const QString result = QString::fromUtf8(text);
+    g_free(text);
+    return result;
+}
+
+bool isCheckable(AtspiRole role) {
+    switch (role) {
+    case ATSPI_ROLE_CHECK_BOX:
+    case ATSPI_ROLE_RADIO_BUTTON:
+    case ATSPI_ROLE_TOGGLE_BUTTON:
+    case ATSPI_ROLE_CHECK_MENU_ITEM:
+    case ATSPI_ROLE_RADIO_MENU_ITEM:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool isNumeric(AtspiRole role) {
+    switch (role) {
+    case ATSPI_ROLE_SLIDER:
+    case ATSPI_ROLE_SPIN_BUTTON:
+    case ATSPI_ROLE_SCROLL_BAR:
+    case ATSPI_ROLE_PROGRESS_BAR:
+    case ATSPI_ROLE_LEVEL_BAR:
+    case ATSPI_ROLE_DIAL:
+        return true;
+    default:
+        return false;
+    }
+}
+
+const QByteArray applicationRootPath = QByteArrayLiteral("/org/a11y/atspi/accessible/root");
+
+} // namespace
+
+AccessibleRef retained(AtspiAccessible* accessible) {
+    return AccessibleRef(accessible ? static_cast<AtspiAccessible*>(g_object_ref(accessible)) : nullptr);
+}
+
+quint64 atspiBusCallCount() {
+    return busCalls.load();
+}
+
+template <typename Call> auto AtspiReader::call(Call function) -> decltype(function(nullptr)) {
+    using Result = decltype(function(nullptr));
+    if (failure != kAXErrorSuccess)
+        return Result{};
+    ++busCalls;
+    GError* error = nullptr;
+    QElapsedTimer timer;
+    timer.start();
+    Result result = function(&error);
+    switch (outcomeOf(error, timer.elapsed())) {
+    case Outcome::Answered:
+        return result;
+    case Outcome::Gone:
+        failure = kAXErrorInvalidUIElement;
+        break;
+    case Outcome::NoAnswer:
+        failure = kAXErrorCannotComplete;
+        break;
+    }
+    if constexpr (std::is_pointer_v<Result>) {
+        // A pointer from a failed call may still be an allocation of libatspi's.
+        if constexpr (std::is_same_v<Result, gchar*>)
+            g_free(result);
+        else if constexpr (std::is_same_v<Result, AtspiRect*>)
+            g_free(result);
+        else if constexpr (std::is_same_v<Result, GArray*>) {
+            if (result)
+                g_array_free(result, TRUE);
+        } else if (result)
+            g_object_unref(result);
+    }
+    return Result{};
+}
+
+bool AtspiReader::isApplication() const {
+    return QByteArray(ATSPI_OBJECT(element)->path) == applicationRootPath;
+}
+
+QByteArray AtspiReader::busName() const {
+    const AtspiApplication* application = ATSPI_OBJECT(element)->app;
+    return application ? QByteArray(application->bus_name) : QByteArray();
+}
+
+QByteArray AtspiReader::key() const {
+    return busName() + '\n' + QByteArray(ATSPI_OBJECT(element)->path);
+}
+
+bool AtspiReader::hasInterface(AtspiInterface which) {
+    return (interfaces() & which) != 0;
+}
+
+quint32 AtspiReader::interfaces() {
+    if (knownInterfaces)
+        return *knownInterfaces;
+    if (interfaceCache) {
+        auto cached = interfaceCache->constFind(key());
+        if (cached != interfaceCache->constEnd())
+            return *(knownInterfaces = *cached);
+    }
+    if (failure != kAXErrorSuccess)
+        return 0;
+    DBusMessage* message = dbus_message_new_method_call(busName().constData(), ATSPI_OBJECT(element)->path,
+                                                        "org.a11y.atspi.Accessible", "GetInterfaces");
+    DBusError error;
+    dbus_error_init(&error);
+    ++busCalls;
+    QElapsedTimer timer;
+    timer.start();
+    DBusMessage* reply = message ? dbus_connection_send_with_reply_and_block(atspi_get_a11y_bus(), message,
+                                                                             replyTimeoutMs, &error)
+                                 : nullptr;
+    if (message)
+        dbus_message_unref(message);
+    if (!reply) {
+        const QString text =
+            QString::fromUtf8(error.name) + QLatin1Char(' ') + QString::fromUtf8(error.message);
+        dbus_error_free(&error);
+        failure = isTimeout(text, timer.elapsed()) ? kAXErrorCannotComplete : kAXErrorInvalidUIElement;
+        return 0;
+    }
+    quint32 bits = 0;
+    DBusMessageIter iterator;
+    if (dbus_message_iter_init(reply, &iterator) &&
+        dbus_message_iter_get_arg_type(&iterator) == DBUS_TYPE_ARRAY) {
+        DBusMessageIter names;
+        dbus_message_iter_recurse(&iterator, &names);
+        while (dbus_message_iter_get_arg_type(&names) == DBUS_TYPE_STRING) {
+            const char* name = nullptr;
+            dbus_message_iter_get_basic(&names, &name);
+            bits |= interfaceBit(name);
+            dbus_message_iter_next(&names);
+        }
+    }
+    dbus_message_unref(reply);
+    knownInterfaces = bits;
+    if (interfaceCache)
+        interfaceCache->insert(key(), bits);
+    return bits;
+}
+
+AtspiRole AtspiReader::role() {
+    if (!knownRole) {
+        const AtspiRole answered = call([&](GError** e) { return atspi_accessible_get_role(element, e); });
+        if (failure != kAXErrorSuccess)
+            return ATSPI_ROLE_INVALID;
+        knownRole = answered;
+    }
+    return *knownRole;
+}
+
+bool AtspiReader::hasState(AtspiStateType state) {
+    if (!states) {
+        // The state set comes without an error; only the time tells a hung application.
+        states.reset(call([&](GError**) { return atspi_accessible_get_state_set(element); }));
+        if (!states)
+            return false;
+    }
+    return atspi_state_set_contains(states.get(), state);
+}
+
+QString AtspiReader::axRole() {
+    AtspiRoleContext context;
+    const AtspiRole own = role();
+    if (own == ATSPI_ROLE_MENU) {
+        const AccessibleRef container = parent();
+        if (container)
+            context.parentRole = AtspiReader(container.get()).role();
+    }
+    if (own == ATSPI_ROLE_TEXT || own == ATSPI_ROLE_ENTRY)
+        context.multiLine = hasState(ATSPI_STATE_MULTI_LINE);
+    if (own == ATSPI_ROLE_COMBO_BOX)
+        context.editable = hasState(ATSPI_STATE_EDITABLE);
+    return axRoleForAtspiRole(own, context);
+}
+
+QString AtspiReader::name() {
+    return takeString(call([&](GError** e) { return atspi_accessible_get_name(element, e); }));
+}
+
+QString AtspiReader::description() {
+    return takeString(call([&](GError** e) { return atspi_accessible_get_description(element, e); }));
+}
+
+QString AtspiReader::localizedRoleName() {
+    return takeString(call([&](GError** e) { return atspi_accessible_get_localized_role_name(element, e); }));
+}
+
+QString AtspiReader::accessibleId() {
+    return takeString(call([&](GError** e) { return atspi_accessible_get_accessible_id(element, e); }));
+}
+
+std::optional<CGRect> AtspiReader::frame(bool* hasComponent) {
+    const bool component = hasInterface(kAtspiComponent);
+    if (hasComponent)
+        *hasComponent = component;
+    if (!component)
+        return std::nullopt;
+    AtspiRect* rect = call([&](GError** e) {
+        return atspi_component_get_extents(ATSPI_COMPONENT(element), ATSPI_COORD_TYPE_SCREEN, e);
+    });
+    if (!rect)
+        return std::nullopt;
+    const bool offScreen = rect->x == INT_MIN && rect->y == INT_MIN;
+    const CGRect frame{{double(rect->x), double(rect->y)}, {double(rect->width), double(rect->height)}};
+    g_free(rect);
+    return offScreen ? std::nullopt : std::optional<CGRect>(frame);
+}
+
+std::optional<Value> AtspiReader::value() {
+    const AtspiRole own = role();
+    if (failure != kAXErrorSuccess)
+        return std::nullopt;
+    Value result;
+    if (isCheckable(own)) {
+        result.kind = Value::Kind::Integer;
+        result.integer = hasState(ATSPI_STATE_CHECKED) ? 1 : hasState(ATSPI_STATE_INDETERMINATE) ? 2 : 0;
+        return result;
+    }
+    if (isNumeric(own) && hasInterface(kAtspiValue)) {
+        result.kind = Value::Kind::Double;
+        result.number =
+            call([&](GError** e) { return atspi_value_get_current_value(ATSPI_VALUE(element), e); });
+        return result;
+    }
+    if (!hasInterface(kAtspiText))
+        return std::nullopt;
+    result.kind = Value::Kind::String;
+    result.text =
+        takeString(call([&](GError** e) { return atspi_text_get_text(ATSPI_TEXT(element), 0, -1, e); }));
+    return result;
+}
+
+int AtspiReader::childCount() {
+    return call([&](GError** e) { return atspi_accessible_get_child_count(element, e); });
+}
+
+std::vector<AccessibleRef> AtspiReader::children() {
+    std::vector<AccessibleRef> result;
+    const int count = childCount();
+    for (int i = 0; i < count && failure == kAXErrorSuccess; ++i) {
+        AccessibleRef child(
+            call([&](GError** e) { return atspi_accessible_get_child_at_index(element, i, e); }));
+        if (child)
+            result.push_back(std::move(child));
+    }
+    if (failure != kAXErrorSuccess)
+        result.clear();
+    return result;
+}
+
+AccessibleRef AtspiReader::parent() {
+    if (isApplication())
+        return nullptr;
+    return AccessibleRef(call([&](GError** e) { return atspi_accessible_get_parent(element, e); }));
+}
+
+AccessibleRef AtspiReader::window() {
+    AccessibleRef current = retained(element);
+    for (int depth = 0; depth < 1000 && current && failure == kAXErrorSuccess; ++depth) {
+        AtspiReader reader(current.get());
+        if (reader.isApplication())
+            return nullptr;
+        if (atspiRoleIsWindow(reader.role()))
+            return current;
+        AccessibleRef above = reader.parent();
+        failure = reader.error();
+        current = std::move(above);
+    }
+    return nullptr;
+}
+
+AccessibleRef AtspiReader::activeWindow() {
+    for (AccessibleRef& child : children()) {
+        AtspiReader reader(child.get());
+        if (atspiRoleIsWindow(reader.role()) && reader.hasState(ATSPI_STATE_ACTIVE))
+            return std::move(child);
+    }
+    return nullptr;
+}
+
+AccessibleRef AtspiReader::focusedDescendant() {
+    if (!hasInterface(kAtspiCollection))
+        return nullptr;
+    GRef<AtspiStateSet> focused(atspi_state_set_new(nullptr));
+    atspi_state_set_add(focused.get(), ATSPI_STATE_FOCUSED);
+    GRef<AtspiMatchRule> rule(atspi_match_rule_new(
+        focused.get(), ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_NONE, nullptr,
+        ATSPI_Collection_MATCH_NONE, nullptr, ATSPI_Collection_MATCH_NONE, FALSE));
+    GArray* matches = call([&](GError** e) {
+        return atspi_collection_get_matches(ATSPI_COLLECTION(element), rule.get(),
+                                            ATSPI_Collection_SORT_ORDER_CANONICAL, 1, TRUE, e);
+    });
+    AccessibleRef found;
+    for (guint i = 0; matches && i < matches->len; ++i) {
+        AccessibleRef match(g_array_index(matches, AtspiAccessible*, i));
+        if (!found)
+            found = std::move(match);
+    }
+    if (matches)
+        g_array_free(matches, TRUE);
+    return found;
+}
+
+AccessibleRef AtspiReader::childAtPoint(CGPoint point) {
+    if (!hasInterface(kAtspiComponent))
+        return nullptr;
+    return AccessibleRef(call([&](GError** e) {
+        return atspi_component_get_accessible_at_point(ATSPI_COMPONENT(element), gint(point.x), gint(point.y),
+                                                       ATSPI_COORD_TYPE_SCREEN, e);
+    }));
+}
+
+QStringList AtspiReader::toolkitActionNames() {
+    QStringList names;
+    if (!hasInterface(kAtspiAction))
+        return names;
+    const int count = call([&](GError** e) { return atspi_action_get_n_actions(ATSPI_ACTION(element), e); });
+    for (int i = 0; i < count && failure == kAXErrorSuccess; ++i)
+        names.append(takeString(
+            call([&](GError** e) { return atspi_action_get_action_name(ATSPI_ACTION(element), i, e); })));
+    if (failure != kAXErrorSuccess)
+        names.clear();
+    return names;
+}
+
+int AtspiReader::actionIndex(const QString& axName) {
+    return int(axActionNames(toolkitActionNames()).indexOf(axName));
+}
+
+QString AtspiReader::actionDescription(int index) {
+    const QString description = takeString(call(
+        [&](GError** e) { return atspi_action_get_action_description(ATSPI_ACTION(element), index, e); }));
+    if (!description.isEmpty())
+        return description;
+    return takeString(
+        call([&](GError** e) { return atspi_action_get_localized_name(ATSPI_ACTION(element), index, e); }));
+}
+
+bool AtspiReader::doAction(int index) {
+    return call([&](GError** e) { return atspi_action_do_action(ATSPI_ACTION(element), index, e); });
+}
+
+bool AtspiReader::setText(const QString& text) {
+    if (!hasInterface(kAtspiEditableText))
+        return false;
+    const QByteArray utf8 = text.toUtf8();
+    return call([&](GError** e) {
+        return atspi_editable_text_set_text_contents(ATSPI_EDITABLE_TEXT(element), utf8.constData(), e);
+    });
+}
+
+bool AtspiReader::setNumber(double number) {
+    if (!hasInterface(kAtspiValue))
+        return false;
+    return call([&](GError** e) { return atspi_value_set_current_value(ATSPI_VALUE(element), number, e); });
+}
+
+bool AtspiReader::grabFocus() {
+    if (!hasInterface(kAtspiComponent))
+        return false;
+    return call([&](GError** e) { return atspi_component_grab_focus(ATSPI_COMPONENT(element), e); });
+}

@@ -1,0 +1,122 @@
+#pragma once
+
+// The questions about one element of the live desktop, each answered by its application over
+// the accessibility bus when it is asked: nothing is remembered from one question to the next
+// but the role and the states, within one reader, which lives for one question of the provider.
+//
+// A reader asks an element only through the interfaces that it has: a toolkit answers a call on
+// an interface that the element lacks with a default value, not an error. It reads the list of
+// interfaces itself, since libatspi's waits for the bus's own 25 s time-out when an application
+// hangs. A failure ends the reader, and every later question answers empty without asking.
+
+#include "ax/AXError.h"
+#include "ax/CGBase.h"
+#include "virtual/DesktopModel.h"
+
+#include <atspi/atspi.h>
+
+#include <QByteArray>
+#include <QHash>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+struct GObjectUnref {
+    void operator()(gpointer object) const {
+        if (object)
+            g_object_unref(object);
+    }
+};
+template <typename T> using GRef = std::unique_ptr<T, GObjectUnref>;
+using AccessibleRef = GRef<AtspiAccessible>;
+
+AccessibleRef retained(AtspiAccessible* accessible);
+
+// Round trips to the accessibility bus made by all readers of the process so far.
+quint64 atspiBusCallCount();
+
+// The interfaces of elements, which never change, by bus name and path. A provider keeps one for
+// the elements it knows.
+enum AtspiInterface : quint32 {
+    kAtspiComponent = 1,
+    kAtspiAction = 2,
+    kAtspiValue = 4,
+    kAtspiText = 8,
+    kAtspiEditableText = 16,
+    kAtspiCollection = 32,
+};
+using AtspiInterfaceCache = QHash<QByteArray, quint32>;
+
+class AtspiReader {
+public:
+    // An application that does not answer within this time fails the question with
+    // kAXErrorCannotComplete.
+    static constexpr int replyTimeoutMs = 2000;
+
+    explicit AtspiReader(AtspiAccessible* accessible, AtspiInterfaceCache* interfaceCache = nullptr)
+        : element(accessible), interfaceCache(interfaceCache) {}
+
+    // kAXErrorSuccess, or why the reader stopped: kAXErrorInvalidUIElement when the element or
+    // its application is gone, kAXErrorCannotComplete when the application did not answer.
+    AXError error() const { return failure; }
+    AtspiAccessible* accessible() const { return element; }
+    bool isApplication() const;
+    QByteArray busName() const;
+    // Bus name and path: the element's identity on the bus.
+    QByteArray key() const;
+    bool hasInterface(AtspiInterface which);
+
+    AtspiRole role();
+    bool hasState(AtspiStateType state);
+    QString axRole();
+    QString name();
+    QString description();
+    QString localizedRoleName();
+    QString accessibleId();
+
+    // The frame in screen coordinates; nullopt when the element has no Component interface
+    // (`hasComponent` false) or reports the off-screen extents of the toolkits.
+    std::optional<CGRect> frame(bool* hasComponent = nullptr);
+    // "AXValue": a check state for checkable roles, the current number of a Value, the text of
+    // a Text; nullopt when the element has none of them.
+    std::optional<VirtualDesktopModel::Value> value();
+
+    int childCount();
+    std::vector<AccessibleRef> children();
+    AccessibleRef parent();
+    // The nearest window at or above the element; null when there is none.
+    AccessibleRef window();
+    // Of an application: its window with the active state.
+    AccessibleRef activeWindow();
+    // The focused element below this one, found by the application in one query.
+    AccessibleRef focusedDescendant();
+    // The child under a screen point, as the element's Component tells it.
+    AccessibleRef childAtPoint(CGPoint point);
+
+    QStringList toolkitActionNames();
+    // The index of the toolkit action with this AX name (axActionNames), or -1.
+    int actionIndex(const QString& axName);
+    QString actionDescription(int index);
+    bool doAction(int index);
+
+    // False with a success error() when the element lacks the interface.
+    bool setText(const QString& text);
+    bool setNumber(double number);
+    bool grabFocus();
+
+private:
+    // Runs one call unless the reader has stopped.
+    template <typename Call> auto call(Call function) -> decltype(function(nullptr));
+
+    quint32 interfaces();
+
+    AtspiAccessible* element;
+    AtspiInterfaceCache* interfaceCache;
+    std::optional<quint32> knownInterfaces;
+    AXError failure = kAXErrorSuccess;
+    std::optional<AtspiRole> knownRole;
+    GRef<AtspiStateSet> states;
+};

@@ -1,0 +1,162 @@
+#include "AtspiRoles.h"
+
+#include <atspi/atspi.h>
+
+#include <QRegularExpression>
+
+namespace {
+
+struct RoleEntry {
+    AtspiRole role;
+    const char* axRole;
+    const char* axSubrole;
+};
+
+// Every role that GTK 3, GTK 4 and Qt 6 widgets expose, and the document roles of web views.
+constexpr RoleEntry roleTable[] = {
+    {ATSPI_ROLE_APPLICATION, "AXApplication", ""},
+    {ATSPI_ROLE_FRAME, "AXWindow", "AXStandardWindow"},
+    {ATSPI_ROLE_WINDOW, "AXWindow", ""},
+    {ATSPI_ROLE_DIALOG, "AXWindow", "AXDialog"},
+    {ATSPI_ROLE_ALERT, "AXWindow", "AXDialog"},
+    {ATSPI_ROLE_FILE_CHOOSER, "AXWindow", "AXDialog"},
+    {ATSPI_ROLE_PUSH_BUTTON, "AXButton", ""},
+    {ATSPI_ROLE_PUSH_BUTTON_MENU, "AXMenuButton", ""},
+    {ATSPI_ROLE_TOGGLE_BUTTON, "AXCheckBox", "AXToggle"},
+    {ATSPI_ROLE_CHECK_BOX, "AXCheckBox", ""},
+    {ATSPI_ROLE_RADIO_BUTTON, "AXRadioButton", ""},
+    {ATSPI_ROLE_MENU_BAR, "AXMenuBar", ""},
+    {ATSPI_ROLE_MENU, "AXMenu", ""},
+    {ATSPI_ROLE_POPUP_MENU, "AXMenu", ""},
+    {ATSPI_ROLE_MENU_ITEM, "AXMenuItem", ""},
+    {ATSPI_ROLE_CHECK_MENU_ITEM, "AXMenuItem", ""},
+    {ATSPI_ROLE_RADIO_MENU_ITEM, "AXMenuItem", ""},
+    {ATSPI_ROLE_TEAROFF_MENU_ITEM, "AXMenuItem", ""},
+    {ATSPI_ROLE_TEXT, "AXTextField", ""},
+    {ATSPI_ROLE_ENTRY, "AXTextField", ""},
+    {ATSPI_ROLE_PASSWORD_TEXT, "AXTextField", "AXSecureTextField"},
+    {ATSPI_ROLE_TERMINAL, "AXTextArea", ""},
+    {ATSPI_ROLE_DOCUMENT_TEXT, "AXTextArea", ""},
+    {ATSPI_ROLE_LABEL, "AXStaticText", ""},
+    {ATSPI_ROLE_STATIC, "AXStaticText", ""},
+    {ATSPI_ROLE_CAPTION, "AXStaticText", ""},
+    {ATSPI_ROLE_ACCELERATOR_LABEL, "AXStaticText", ""},
+    {ATSPI_ROLE_PARAGRAPH, "AXStaticText", ""},
+    {ATSPI_ROLE_HEADING, "AXHeading", ""},
+    {ATSPI_ROLE_SLIDER, "AXSlider", ""},
+    {ATSPI_ROLE_SPIN_BUTTON, "AXIncrementor", ""},
+    {ATSPI_ROLE_SCROLL_PANE, "AXScrollArea", ""},
+    {ATSPI_ROLE_SCROLL_BAR, "AXScrollBar", ""},
+    {ATSPI_ROLE_TOOL_BAR, "AXToolbar", ""},
+    {ATSPI_ROLE_PANEL, "AXGroup", ""},
+    {ATSPI_ROLE_FILLER, "AXGroup", ""},
+    {ATSPI_ROLE_GROUPING, "AXGroup", ""},
+    {ATSPI_ROLE_SECTION, "AXGroup", ""},
+    {ATSPI_ROLE_FORM, "AXGroup", ""},
+    {ATSPI_ROLE_HEADER, "AXGroup", ""},
+    {ATSPI_ROLE_FOOTER, "AXGroup", ""},
+    {ATSPI_ROLE_LANDMARK, "AXGroup", ""},
+    {ATSPI_ROLE_INFO_BAR, "AXGroup", ""},
+    {ATSPI_ROLE_STATUS_BAR, "AXGroup", ""},
+    {ATSPI_ROLE_VIEWPORT, "AXGroup", ""},
+    {ATSPI_ROLE_LAYERED_PANE, "AXGroup", ""},
+    {ATSPI_ROLE_ROOT_PANE, "AXGroup", ""},
+    {ATSPI_ROLE_OPTION_PANE, "AXGroup", ""},
+    {ATSPI_ROLE_INTERNAL_FRAME, "AXGroup", ""},
+    {ATSPI_ROLE_COMBO_BOX, "AXPopUpButton", ""},
+    {ATSPI_ROLE_LIST, "AXList", ""},
+    {ATSPI_ROLE_LIST_BOX, "AXList", ""},
+    {ATSPI_ROLE_LIST_ITEM, "AXRow", ""},
+    {ATSPI_ROLE_TABLE, "AXTable", ""},
+    {ATSPI_ROLE_TREE, "AXOutline", ""},
+    {ATSPI_ROLE_TREE_TABLE, "AXOutline", ""},
+    {ATSPI_ROLE_TABLE_ROW, "AXRow", ""},
+    {ATSPI_ROLE_TREE_ITEM, "AXRow", ""},
+    {ATSPI_ROLE_TABLE_CELL, "AXCell", ""},
+    {ATSPI_ROLE_PAGE_TAB_LIST, "AXTabGroup", ""},
+    {ATSPI_ROLE_PAGE_TAB, "AXRadioButton", "AXTabButton"},
+    {ATSPI_ROLE_IMAGE, "AXImage", ""},
+    {ATSPI_ROLE_ICON, "AXImage", ""},
+    {ATSPI_ROLE_DESKTOP_ICON, "AXImage", ""},
+    {ATSPI_ROLE_ANIMATION, "AXImage", ""},
+    {ATSPI_ROLE_LINK, "AXLink", ""},
+    {ATSPI_ROLE_PROGRESS_BAR, "AXProgressIndicator", ""},
+    {ATSPI_ROLE_LEVEL_BAR, "AXLevelIndicator", ""},
+    {ATSPI_ROLE_SPLIT_PANE, "AXSplitGroup", ""},
+    {ATSPI_ROLE_DOCUMENT_WEB, "AXWebArea", ""},
+    {ATSPI_ROLE_DOCUMENT_FRAME, "AXWebArea", ""},
+    {ATSPI_ROLE_TOOL_TIP, "AXHelpTag", ""},
+    {ATSPI_ROLE_DATE_EDITOR, "AXDateField", ""},
+    {ATSPI_ROLE_COLOR_CHOOSER, "AXColorWell", ""},
+    {ATSPI_ROLE_UNKNOWN, "AXUnknown", ""},
+    {ATSPI_ROLE_INVALID, "AXUnknown", ""},
+};
+
+const RoleEntry* entryFor(AtspiRole role) {
+    for (const RoleEntry& entry : roleTable)
+        if (entry.role == role)
+            return &entry;
+    return nullptr;
+}
+
+bool isMenuContainer(AtspiRole role) {
+    return role == ATSPI_ROLE_MENU || role == ATSPI_ROLE_POPUP_MENU;
+}
+
+// Lower is better; -1 does not press.
+int pressRank(const QString& toolkitName) {
+    static const QStringList ranked = {QStringLiteral("press"), QStringLiteral("click"),
+                                       QStringLiteral("activate"), QStringLiteral("toggle")};
+    return int(ranked.indexOf(toolkitName.toLower()));
+}
+
+} // namespace
+
+QString axCamelCase(const QString& name) {
+    static const QRegularExpression separators(QStringLiteral("[^A-Za-z0-9]+"));
+    QString result = QStringLiteral("AX");
+    for (const QString& word : name.split(separators, Qt::SkipEmptyParts))
+        result += word.at(0).toUpper() + word.mid(1);
+    return result;
+}
+
+QString axRoleForAtspiRole(AtspiRole role, const AtspiRoleContext& context) {
+    // A menu is a pull-down of a menu bar, or a menu item that opens a submenu, or a menu itself.
+    if (role == ATSPI_ROLE_MENU && context.parentRole == ATSPI_ROLE_MENU_BAR)
+        return QStringLiteral("AXMenuBarItem");
+    if (role == ATSPI_ROLE_MENU && isMenuContainer(context.parentRole))
+        return QStringLiteral("AXMenuItem");
+    if ((role == ATSPI_ROLE_TEXT || role == ATSPI_ROLE_ENTRY) && context.multiLine)
+        return QStringLiteral("AXTextArea");
+    if (role == ATSPI_ROLE_COMBO_BOX && context.editable)
+        return QStringLiteral("AXComboBox");
+    if (const RoleEntry* entry = entryFor(role))
+        return QString::fromLatin1(entry->axRole);
+    gchar* name = atspi_role_get_name(role);
+    const QString text = name ? QString::fromUtf8(name) : QString();
+    g_free(name);
+    return text.isEmpty() ? QStringLiteral("AXUnknown") : axCamelCase(text);
+}
+
+QString axSubroleForAtspiRole(AtspiRole role) {
+    const RoleEntry* entry = entryFor(role);
+    return entry ? QString::fromLatin1(entry->axSubrole) : QString();
+}
+
+bool atspiRoleIsWindow(AtspiRole role) {
+    const RoleEntry* entry = entryFor(role);
+    return entry && qstrcmp(entry->axRole, "AXWindow") == 0;
+}
+
+QStringList axActionNames(const QStringList& toolkitNames) {
+    qsizetype best = -1;
+    for (qsizetype i = 0; i < toolkitNames.size(); ++i) {
+        const int rank = pressRank(toolkitNames[i]);
+        if (rank >= 0 && (best < 0 || rank < pressRank(toolkitNames[best])))
+            best = i;
+    }
+    QStringList names;
+    for (qsizetype i = 0; i < toolkitNames.size(); ++i)
+        names.append(i == best ? QStringLiteral("AXPress") : axCamelCase(toolkitNames[i]));
+    return names;
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+// The AT-SPI2 vocabulary in the AX vocabulary: roles, subroles and action names. The table is
+// documented in docs/platform-atspi.md. Pure functions, so that they can be checked without a
+// desktop.
+
+#include <QString>
+#include <QStringList>
+
+#include <atspi/atspi-constants.h>
+
+// What an element's role turns on besides the role itself.
+struct AtspiRoleContext {
+    AtspiRole parentRole = ATSPI_ROLE_INVALID;
+    bool multiLine = false; // state MULTI_LINE
+    bool editable = false;  // state EDITABLE
+};
+
+// The AX role text. A role without an AX counterpart keeps a stable, readable text of its own:
+// "AX" and its AT-SPI name in camel case ("drawing area" gives "AXDrawingArea").
+QString axRoleForAtspiRole(AtspiRole role, const AtspiRoleContext& context = {});
+// The AX subrole text, empty when the role has none.
+QString axSubroleForAtspiRole(AtspiRole role);
+// True for the roles presented as windows ("AXWindow").
+bool atspiRoleIsWindow(AtspiRole role);
+
+// The AX names of an element's toolkit actions, in the same order. The best press-like action
+// (press, then click, activate, toggle) is "AXPress"; every other action keeps its own name in the
+// camel-case form below ("show menu" gives "AXShowMenu").
+QStringList axActionNames(const QStringList& toolkitNames);
+
+// "AX" followed by the words of `name` capitalized and joined: "show menu" and "show_menu" give
+// "AXShowMenu", "SetFocus" gives "AXSetFocus".
+QString axCamelCase(const QString& name);

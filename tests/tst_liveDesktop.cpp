@@ -1,0 +1,317 @@
+// The live desktop provider against a real application (gtk3-widget-factory) on a private
+// headless desktop, read through the same functions as the virtual desktop.
+
+#include "atspi/AtspiProvider.h"
+
+#include "liveDesktopSession.h"
+#include "osxUIElementUtils.h"
+#include "platformAccessibility.h"
+#include "platformTestSupport.h"
+#include "testSupport.h"
+#include <atspi/atspi.h>
+
+#include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
+
+#include <csignal>
+#include <functional>
+
+namespace {
+
+const QString factoryProgram = QStringLiteral("gtk3-widget-factory");
+
+CFStringRef attributeName(const char* name) {
+    return CFStringCreateWithQString(QString::fromLatin1(name));
+}
+
+// The value of an attribute, owned by the caller; null with the error when the read fails.
+CFTypeRef copyAttribute(AXUIElementRef element, const char* name, AXError* error = nullptr) {
+    Ref<CFStringRef> attribute(attributeName(name));
+    CFTypeRef value = nullptr;
+    const AXError result = AXUIElementCopyAttributeValue(element, attribute, &value);
+    if (error)
+        *error = result;
+    return result == kAXErrorSuccess ? value : nullptr;
+}
+
+// Every element below `root`, depth first, each with one reference for the caller.
+void collect(AXUIElementRef root, QList<AXUIElementRef>* elements, int depth = 0) {
+    Ref<CFArrayRef> children(static_cast<CFArrayRef>(copyAttribute(root, "AXChildren")));
+    if (!children || depth > 64)
+        return;
+    for (CFIndex i = 0; i < CFArrayGetCount(children); ++i) {
+        auto child = static_cast<AXUIElementRef>(CFRetain(CFArrayGetValueAtIndex(children, i)));
+        elements->append(child);
+        collect(child, elements, depth + 1);
+    }
+}
+
+// Children whose own parent is another element, as the application tells them over the bus.
+int disagreementsBelow(AtspiAccessible* node, int depth = 0) {
+    int count = 0;
+    const int size = atspi_accessible_get_child_count(node, nullptr);
+    for (int i = 0; i < size; ++i) {
+        AtspiAccessible* child = atspi_accessible_get_child_at_index(node, i, nullptr);
+        if (!child)
+            continue;
+        AtspiAccessible* parent = atspi_accessible_get_parent(child, nullptr);
+        count += parent && qstrcmp(ATSPI_OBJECT(parent)->path, ATSPI_OBJECT(node)->path) == 0 ? 0 : 1;
+        if (parent)
+            g_object_unref(parent);
+        if (depth < 64)
+            count += disagreementsBelow(child, depth + 1);
+        g_object_unref(child);
+    }
+    return count;
+}
+
+} // namespace
+
+class TestLiveDesktop : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<LiveDesktopSession> session;
+    QProcess* factory = nullptr;
+    pid_t factoryPid = 0;
+    AXUIElementRef application = nullptr;
+    CFIndex liveAtStart = 0;
+
+    // The first element below the application with this role and title; owned by the caller.
+    AXUIElementRef find(const QString& role, const QString& title) {
+        QList<AXUIElementRef> elements;
+        collect(application, &elements);
+        AXUIElementRef found = nullptr;
+        for (AXUIElementRef element : elements) {
+            if (!found && UIElementRole(element) == role && UIElementTitle(element) == title)
+                found = static_cast<AXUIElementRef>(CFRetain(element));
+            CFRelease(element);
+        }
+        return found;
+    }
+
+    int toolkitDisagreements() {
+        AtspiAccessible* desktop = atspi_get_desktop(0);
+        int count = -1;
+        for (int i = 0; i < atspi_accessible_get_child_count(desktop, nullptr); ++i) {
+            AtspiAccessible* candidate = atspi_accessible_get_child_at_index(desktop, i, nullptr);
+            if (candidate && pid_t(atspi_accessible_get_process_id(candidate, nullptr)) == factoryPid)
+                count = disagreementsBelow(candidate);
+            if (candidate)
+                g_object_unref(candidate);
+        }
+        g_object_unref(desktop);
+        return count;
+    }
+
+    int checkState(AXUIElementRef element) {
+        return UIElementAttributeValue(element, "AXValue", true).toInt();
+    }
+
+private Q_SLOTS:
+    void initTestCase() {
+        if (QStandardPaths::findExecutable(factoryProgram).isEmpty())
+            QSKIP("gtk3-widget-factory is not installed (Debian package gtk-3-examples)");
+        session = std::make_unique<LiveDesktopSession>(LiveDesktopSession::Bus::Accessibility);
+        if (!session->isReady())
+            QSKIP(qPrintable(session->skipReason()));
+        session->applyToThisProcess();
+        factory = session->startApplication(factoryProgram);
+        QVERIFY(factory && factory->waitForStarted());
+        factoryPid = pid_t(factory->processId());
+        QString problem;
+        std::shared_ptr<AtspiProvider> provider = AtspiProvider::create(&problem);
+        QVERIFY2(provider, qPrintable(problem));
+        setAccessibilityProviderForTesting(provider);
+        application = AXUIElementCreateApplication(factoryPid);
+        // Up once its window is on the bus with its content.
+        QVERIFY(LiveDesktopSession::waitUntil([&] { return UIElementChildrenCount(application) > 0; }));
+        QVERIFY(LiveDesktopSession::waitUntil([&] {
+            Ref<AXUIElementRef> page(find("AXRadioButton", "Page 1"));
+            return page != nullptr;
+        }));
+    }
+
+    void cleanupTestCase() {
+        if (application)
+            CFRelease(application);
+        setAccessibilityProviderForTesting(nullptr);
+        session.reset();
+    }
+
+    void init() { liveAtStart = CFRuntime::liveObjectCount(); }
+    void cleanup() { QCOMPARE(CFRuntime::liveObjectCount(), liveAtStart); }
+
+    void theApplicationIsDescribed() {
+        QCOMPARE(UIElementRole(application), QString("AXApplication"));
+        QCOMPARE(UIElementPID(application), int(factoryPid));
+        const QList<ApplicationInfo> running = activeAccessibilityProvider()->applications();
+        const auto found = std::find_if(running.begin(), running.end(),
+                                        [&](const ApplicationInfo& info) { return info.pid == factoryPid; });
+        QVERIFY(found != running.end());
+        // From Debian's /usr/share/applications/gtk3-widget-factory.desktop.
+        QCOMPARE(found->bundleIdentifier, QString("gtk3-widget-factory"));
+        QCOMPARE(found->name, QString("Widget Factory"));
+        QCOMPARE(QFileInfo(found->executablePath).fileName(), factoryProgram);
+    }
+
+    // Every element has a role, and every child names its parent, except where the toolkit itself
+    // says otherwise (GTK lists a popover among its window's children, while the popover names
+    // the widget that it pops from); and the window lies where the window server has it.
+    void theTreeAgreesWithItself() {
+        QList<AXUIElementRef> elements;
+        collect(application, &elements);
+        int children = 0;
+        int disagreements = 0;
+        int withoutRole = 0;
+        for (AXUIElementRef element : std::as_const(elements)) {
+            withoutRole += UIElementRole(element).isEmpty() ? 1 : 0;
+            Ref<CFArrayRef> listed(static_cast<CFArrayRef>(copyAttribute(element, "AXChildren")));
+            for (CFIndex i = 0; listed && i < CFArrayGetCount(listed); ++i) {
+                Ref<CFTypeRef> parent(copyAttribute(
+                    static_cast<AXUIElementRef>(CFArrayGetValueAtIndex(listed, i)), "AXParent"));
+                ++children;
+                disagreements += parent && CFEqual(parent, element) ? 0 : 1;
+            }
+        }
+        for (AXUIElementRef element : std::as_const(elements))
+            CFRelease(element);
+        QVERIFY(elements.size() > 100);
+        QCOMPARE(withoutRole, 0);
+        QCOMPARE(disagreements, toolkitDisagreements());
+        QVERIFY(disagreements < children / 10);
+
+        Ref<CFArrayRef> windows(static_cast<CFArrayRef>(copyAttribute(application, "AXWindows")));
+        QVERIFY(windows && CFArrayGetCount(windows) >= 1);
+        const QRect windowFrame =
+            UIElementRect(static_cast<AXUIElementRef>(CFArrayGetValueAtIndex(windows, 0)));
+        QList<WindowInfo> serverWindows;
+        QCOMPARE(activeAccessibilityProvider()->windowList(&serverWindows), kCGErrorSuccess);
+        bool matched = false;
+        for (const WindowInfo& window : serverWindows)
+            matched = matched ||
+                      (window.owner == factoryPid &&
+                       QRect(int(window.frame.origin.x), int(window.frame.origin.y),
+                             int(window.frame.size.width), int(window.frame.size.height)) == windowFrame);
+        QVERIFY2(matched, "the accessible window's frame is not that of a window of the application");
+    }
+
+    void rolesAndTitles_data() {
+        QTest::addColumn<QString>("role");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("subrole");
+        QTest::newRow("stack switcher") << "AXRadioButton"
+                                        << "Page 1"
+                                        << "";
+        QTest::newRow("toggle button") << "AXCheckBox"
+                                       << "Menu"
+                                       << "AXToggle";
+        QTest::newRow("header bar button") << "AXButton"
+                                           << "Close"
+                                           << "";
+    }
+
+    void rolesAndTitles() {
+        QFETCH(QString, role);
+        QFETCH(QString, title);
+        QFETCH(QString, subrole);
+        Ref<AXUIElementRef> element(find(role, title));
+        QVERIFY(element);
+        QCOMPARE(UIElementGetStringAttribute(element, CFSTR("AXSubrole")), subrole);
+        const QRect frame = UIElementRect(element);
+        QVERIFY(frame.width() > 0 && frame.height() > 0);
+        QVERIFY(UIElementActionNames(element).contains("AXPress"));
+    }
+
+    void pressingChangesTheValue() {
+        Ref<AXUIElementRef> first(find("AXRadioButton", "Page 1"));
+        Ref<AXUIElementRef> second(find("AXRadioButton", "Page 2"));
+        QVERIFY(first && second);
+        QCOMPARE(checkState(first), 1);
+        QCOMPARE(checkState(second), 0);
+        Ref<CFStringRef> press(attributeName("AXPress"));
+        QCOMPARE(AXUIElementPerformAction(second, press), kAXErrorSuccess);
+        QVERIFY(LiveDesktopSession::waitUntil([&] { return checkState(second) == 1; }));
+        QCOMPARE(checkState(first), 0);
+        QCOMPARE(AXUIElementPerformAction(first, press), kAXErrorSuccess);
+        QVERIFY(LiveDesktopSession::waitUntil([&] { return checkState(first) == 1; }));
+    }
+
+    void theElementAtAPointIsTheOneThere() {
+        Ref<AXUIElementRef> target(find("AXRadioButton", "Page 3"));
+        QVERIFY(target);
+        const QRect frame = UIElementRect(target);
+        Ref<AXUIElementRef> systemWide(AXUIElementCreateSystemWide());
+        Ref<AXUIElementRef> hit;
+        QCOMPARE(AXUIElementCopyElementAtPosition(systemWide, float(frame.center().x()),
+                                                  float(frame.center().y()), hit.out()),
+                 kAXErrorSuccess);
+        // The hit is the button or lies inside it.
+        CFTypeRef current = CFRetain(hit);
+        bool inside = false;
+        for (int depth = 0; current && depth < 64 && !inside; ++depth) {
+            inside = CFEqual(current, target);
+            CFTypeRef above = copyAttribute(static_cast<AXUIElementRef>(current), "AXParent");
+            CFRelease(current);
+            current = above;
+        }
+        if (current)
+            CFRelease(current);
+        QVERIFY2(inside, qPrintable(UIElementDebugInfo(hit)));
+    }
+
+    void aTextFieldTakesAValue() {
+        QList<AXUIElementRef> elements;
+        collect(application, &elements);
+        AXUIElementRef field = nullptr;
+        Ref<CFStringRef> value(attributeName("AXValue"));
+        for (AXUIElementRef element : elements) {
+            Boolean settable = false;
+            if (!field && UIElementRole(element) == "AXTextField" &&
+                AXUIElementIsAttributeSettable(element, value, &settable) == kAXErrorSuccess && settable)
+                field = static_cast<AXUIElementRef>(CFRetain(element));
+            CFRelease(element);
+        }
+        Ref<AXUIElementRef> owned(field);
+        QVERIFY(field);
+        Ref<CFStringRef> text(CFStringCreateWithQString("typed by the test"));
+        QCOMPARE(AXUIElementSetAttributeValue(field, value, text), kAXErrorSuccess);
+        QCOMPARE(UIElementAttributeValue(field, "AXValue").toString(), QString("typed by the test"));
+    }
+
+    // A hung application fails reads with kAXErrorCannotComplete and is asked again once it is
+    // back.
+    void aHungApplicationCannotComplete() {
+        Ref<AXUIElementRef> button(find("AXButton", "Close"));
+        QVERIFY(button);
+        Ref<CFStringRef> title(attributeName("AXTitle"));
+        ::kill(factoryPid, SIGSTOP);
+        CFTypeRef value = nullptr;
+        QCOMPARE(AXUIElementCopyAttributeValue(button, title, &value), kAXErrorCannotComplete);
+        QCOMPARE(AXUIElementCopyAttributeValue(button, title, &value), kAXErrorCannotComplete);
+        ::kill(factoryPid, SIGCONT);
+        QVERIFY(LiveDesktopSession::waitUntil([&] { return UIElementTitle(button) == "Close"; }));
+    }
+
+    // Last: the application quits, and its elements fail as gone ones do.
+    void aQuitApplicationIsGone() {
+        Ref<AXUIElementRef> button(find("AXButton", "Close"));
+        QVERIFY(button);
+        factory->kill();
+        QVERIFY(factory->waitForFinished());
+        Ref<CFStringRef> title(attributeName("AXTitle"));
+        CFTypeRef value = nullptr;
+        QVERIFY(LiveDesktopSession::waitUntil([&] {
+            return AXUIElementCopyAttributeValue(button, title, &value) == kAXErrorInvalidUIElement;
+        }));
+        QCOMPARE(UIElementTitle(button), QString());
+        QCOMPARE(UIElementRect(button), QRect());
+        QCOMPARE(AXUIElementCopyAttributeValue(application, title, &value), kAXErrorInvalidUIElement);
+        const QList<ApplicationInfo> running = activeAccessibilityProvider()->applications();
+        QVERIFY(std::none_of(running.begin(), running.end(),
+                             [&](const ApplicationInfo& info) { return info.pid == factoryPid; }));
+    }
+};
+
+UIET_TEST_MAIN(TestLiveDesktop)
+#include "tst_liveDesktop.moc"
