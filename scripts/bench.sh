@@ -6,10 +6,29 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/bootstrap.sh
-scripts/build.sh plain bench_commandLoad | tail -n 1
+scripts/build.sh plain bench_commandLoad bench_liveWalk dbusCallCounter | tail -n 1
 
 TMPDIR=$(mktemp -d /tmp/uiet-bench-XXXXXX)
 export TMPDIR
-trap 'rm -rf "$TMPDIR"' EXIT
+source scripts/lib/live-session.sh
+trap 'stop_live_session; rm -rf "$TMPDIR"' EXIT
 echo "== loading a start command (times are the fastest of several runs)"
 build/bench/bench_commandLoad "$@"
+
+echo
+echo "== reading role, title and frame of every element of gtk3-widget-factory on a headless desktop"
+start_live_session "$TMPDIR/live"
+live_start gtk3-widget-factory
+factory=${live_pids[-1]}
+live_wait_for 20 sh -c "build/src/ctl/ui-element-ctl tree $factory | grep -q 'AXRadioButton'" \
+  || { echo "gtk3-widget-factory did not come up on the accessibility bus" >&2; exit 1; }
+repeats=5
+# Each walker runs with the round-trip counter preloaded; the counts include its start-up.
+for walker in "build/bench/bench_liveWalk" "/usr/bin/python3 bench/pyatspi_walk.py"; do
+  result=$(DBUS_CALL_COUNT_FILE="$TMPDIR/calls" LD_PRELOAD="$PWD/build/bench/libdbusCallCounter.so" \
+           $walker "$factory" "$repeats")
+  reads=$(echo "$result" | awk '{print $4}')
+  calls=$(cat "$TMPDIR/calls")
+  awk -v name="${walker##*/}" -v result="$result" -v calls="$calls" -v reads="$reads" \
+    'BEGIN { printf "%-18s %s  round trips %d  per read %.2f\n", name, result, calls, calls / reads }'
+done

@@ -242,7 +242,19 @@ AXError AtspiProvider::readAttribute(AtspiReader& r, const QString& attribute, V
         return answer(r, optionalText(r.accessibleId()), value, unsupported);
     if (attribute == QLatin1String("AXPosition") || attribute == QLatin1String("AXSize")) {
         bool hasComponent = false;
-        const std::optional<CGRect> frame = r.frame(&hasComponent);
+        std::optional<CGRect> frame;
+        // The other half of a frame just read for the same element comes from that reading, once:
+        // the readers ask for size and position one after the other.
+        if (lastFrame.key == r.key() && !lastFrame.expiry.hasExpired() && lastFrame.attribute != attribute) {
+            hasComponent = true;
+            frame = lastFrame.frame;
+            lastFrame = LastFrame();
+        } else {
+            frame = r.frame(&hasComponent);
+            lastFrame = hasComponent && r.error() == kAXErrorSuccess
+                            ? LastFrame{r.key(), attribute, frame, QDeadlineTimer(frameReuseMs)}
+                            : LastFrame();
+        }
         if (!hasComponent && r.error() == kAXErrorSuccess)
             return unsupported;
         return answer(r,

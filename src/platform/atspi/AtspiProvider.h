@@ -16,6 +16,7 @@
 #include <QRecursiveMutex>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "AtspiReader.h"
@@ -97,5 +98,15 @@ private:
     // Emptied when it grows past this, so that elements that come and go cannot fill it.
     static constexpr qsizetype maximumCachedInterfaces = 100000;
     AtspiInterfaceCache interfaceCache;
+    // A frame read for AXSize or AXPosition answers the other of the two for the same element
+    // when it is asked within this time, once.
+    static constexpr int frameReuseMs = 5;
+    struct LastFrame {
+        QByteArray key;
+        QString attribute;
+        std::optional<CGRect> frame;
+        QDeadlineTimer expiry;
+    };
+    LastFrame lastFrame;
     ElementId nextId = 1;
 };

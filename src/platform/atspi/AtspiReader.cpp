@@ -162,9 +162,11 @@ quint32 AtspiReader::interfaces() {
     ++busCalls;
     QElapsedTimer timer;
     timer.start();
-    DBusMessage* reply = message ? dbus_connection_send_with_reply_and_block(atspi_get_a11y_bus(), message,
-                                                                             replyTimeoutMs, &error)
-                                 : nullptr;
+    // The application's own connection, which libatspi opens straight to it where it can.
+    const AtspiApplication* application = ATSPI_OBJECT(element)->app;
+    DBusConnection* bus = application && application->bus ? application->bus : atspi_get_a11y_bus();
+    DBusMessage* reply =
+        message ? dbus_connection_send_with_reply_and_block(bus, message, replyTimeoutMs, &error) : nullptr;
     if (message)
         dbus_message_unref(message);
     if (!reply) {

@@ -8,7 +8,6 @@
 #include <QMutex>
 #include <QProcess>
 #include <QStandardPaths>
-#include <QTextStream>
 
 namespace {
 
@@ -24,36 +23,9 @@ QString programOfExecLine(const QString& exec) {
     return i < words.size() ? QFileInfo(words[i]).fileName() : QString();
 }
 
-// Name and program of the [Desktop Entry] group of one file.
 bool readDesktopEntry(const QString& path, DesktopEntry* entry, QString* program) {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-        return false;
-    QTextStream in(&file);
-    bool inMainGroup = false;
-    QString exec, tryExec;
-    while (!in.atEnd()) {
-        const QString line = in.readLine().trimmed();
-        if (line.startsWith(u'[')) {
-            inMainGroup = line == QLatin1String("[Desktop Entry]");
-            continue;
-        }
-        if (!inMainGroup)
-            continue;
-        const qsizetype equals = line.indexOf(u'=');
-        if (equals <= 0)
-            continue;
-        const QString key = line.left(equals).trimmed();
-        const QString value = line.mid(equals + 1).trimmed();
-        if (key == QLatin1String("Name"))
-            entry->name = value;
-        else if (key == QLatin1String("Exec"))
-            exec = value;
-        else if (key == QLatin1String("TryExec"))
-            tryExec = value;
-    }
-    *program = tryExec.isEmpty() ? programOfExecLine(exec) : QFileInfo(tryExec).fileName();
-    return !program->isEmpty();
+    return file.open(QIODevice::ReadOnly) && parseDesktopEntry(file.readAll(), entry, program);
 }
 
 QHash<QString, DesktopEntry> readAllDesktopEntries() {
@@ -77,6 +49,31 @@ QHash<QString, DesktopEntry> readAllDesktopEntries() {
 }
 
 } // namespace
+
+bool parseDesktopEntry(const QByteArray& content, DesktopEntry* entry, QString* program) {
+    bool inMainGroup = false;
+    QString exec, tryExec;
+    for (const QByteArray& rawLine : content.split('\n')) {
+        const QString line = QString::fromUtf8(rawLine).trimmed();
+        if (line.startsWith(u'[')) {
+            inMainGroup = line == QLatin1String("[Desktop Entry]");
+            continue;
+        }
+        const qsizetype equals = line.indexOf(u'=');
+        if (!inMainGroup || equals <= 0)
+            continue;
+        const QString key = line.left(equals).trimmed();
+        const QString value = line.mid(equals + 1).trimmed();
+        if (key == QLatin1String("Name"))
+            entry->name = value;
+        else if (key == QLatin1String("Exec"))
+            exec = value;
+        else if (key == QLatin1String("TryExec"))
+            tryExec = value;
+    }
+    *program = tryExec.isEmpty() ? programOfExecLine(exec) : QFileInfo(tryExec).fileName();
+    return !program->isEmpty();
+}
 
 DesktopEntry desktopEntryForProgram(const QString& programFileName) {
     static QMutex mutex;

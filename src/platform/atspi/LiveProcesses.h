@@ -8,6 +8,7 @@
 
 #include "ax/AccessibilityProvider.h"
 
+#include <QByteArray>
 #include <QString>
 
 ApplicationInfo describeLiveProcess(pid_t pid, const QString& accessibleName);
@@ -19,3 +20,8 @@ struct DesktopEntry {
     QString name;
 };
 DesktopEntry desktopEntryForProgram(const QString& programFileName);
+
+// The name and the program file name of a desktop entry's [Desktop Entry] group: the file name of
+// TryExec, else of the first word of Exec past "env" and its assignments. False when there is no
+// program.
+bool parseDesktopEntry(const QByteArray& content, DesktopEntry* entry, QString* program);
