@@ -12,56 +12,71 @@ private Q_SLOTS:
         QTest::addColumn<int>("parentRole");
         QTest::addColumn<bool>("multiLine");
         QTest::addColumn<bool>("editable");
+        QTest::addColumn<bool>("topLevel");
         QTest::addColumn<QString>("axRole");
         QTest::addColumn<QString>("axSubrole");
         const int none = ATSPI_ROLE_INVALID;
-        QTest::newRow("application") << int(ATSPI_ROLE_APPLICATION) << none << false << false
+        QTest::newRow("application") << int(ATSPI_ROLE_APPLICATION) << none << false << false << false
                                      << "AXApplication"
                                      << "";
-        QTest::newRow("frame") << int(ATSPI_ROLE_FRAME) << none << false << false << "AXWindow"
+        QTest::newRow("frame") << int(ATSPI_ROLE_FRAME) << none << false << false << false << "AXWindow"
                                << "AXStandardWindow";
-        QTest::newRow("dialog") << int(ATSPI_ROLE_DIALOG) << none << false << false << "AXWindow"
+        QTest::newRow("dialog") << int(ATSPI_ROLE_DIALOG) << none << false << false << false << "AXWindow"
                                 << "AXDialog";
-        QTest::newRow("push button") << int(ATSPI_ROLE_PUSH_BUTTON) << none << false << false << "AXButton"
+        QTest::newRow("push button") << int(ATSPI_ROLE_PUSH_BUTTON) << none << false << false << false
+                                     << "AXButton"
                                      << "";
         QTest::newRow("toggle button")
-            << int(ATSPI_ROLE_TOGGLE_BUTTON) << none << false << false << "AXCheckBox"
+            << int(ATSPI_ROLE_TOGGLE_BUTTON) << none << false << false << false << "AXCheckBox"
             << "AXToggle";
-        QTest::newRow("menu item") << int(ATSPI_ROLE_MENU_ITEM) << none << false << false << "AXMenuItem"
+        QTest::newRow("menu item") << int(ATSPI_ROLE_MENU_ITEM) << none << false << false << false
+                                   << "AXMenuItem"
                                    << "";
         QTest::newRow("menu of a menu bar")
-            << int(ATSPI_ROLE_MENU) << int(ATSPI_ROLE_MENU_BAR) << false << false << "AXMenuBarItem"
+            << int(ATSPI_ROLE_MENU) << int(ATSPI_ROLE_MENU_BAR) << false << false << false << "AXMenuBarItem"
             << "";
         QTest::newRow("submenu of a menu")
-            << int(ATSPI_ROLE_MENU) << int(ATSPI_ROLE_MENU) << false << false << "AXMenuItem"
+            << int(ATSPI_ROLE_MENU) << int(ATSPI_ROLE_MENU) << false << false << false << "AXMenuItem"
             << "";
         QTest::newRow("menu of a combo box")
-            << int(ATSPI_ROLE_MENU) << int(ATSPI_ROLE_COMBO_BOX) << false << false << "AXMenu"
+            << int(ATSPI_ROLE_MENU) << int(ATSPI_ROLE_COMBO_BOX) << false << false << false << "AXMenu"
             << "";
-        QTest::newRow("single-line text") << int(ATSPI_ROLE_TEXT) << none << false << true << "AXTextField"
-                                          << "";
-        QTest::newRow("multi-line text") << int(ATSPI_ROLE_TEXT) << none << true << true << "AXTextArea"
-                                         << "";
-        QTest::newRow("password") << int(ATSPI_ROLE_PASSWORD_TEXT) << none << false << true << "AXTextField"
+        QTest::newRow("single-line text")
+            << int(ATSPI_ROLE_TEXT) << none << false << true << false << "AXTextField"
+            << "";
+        QTest::newRow("multi-line text")
+            << int(ATSPI_ROLE_TEXT) << none << true << true << false << "AXTextArea"
+            << "";
+        QTest::newRow("password") << int(ATSPI_ROLE_PASSWORD_TEXT) << none << false << true << false
+                                  << "AXTextField"
                                   << "AXSecureTextField";
-        QTest::newRow("combo box") << int(ATSPI_ROLE_COMBO_BOX) << none << false << false << "AXPopUpButton"
+        QTest::newRow("combo box") << int(ATSPI_ROLE_COMBO_BOX) << none << false << false << false
+                                   << "AXPopUpButton"
                                    << "";
         QTest::newRow("editable combo box")
-            << int(ATSPI_ROLE_COMBO_BOX) << none << false << true << "AXComboBox"
+            << int(ATSPI_ROLE_COMBO_BOX) << none << false << true << false << "AXComboBox"
             << "";
-        QTest::newRow("page tab") << int(ATSPI_ROLE_PAGE_TAB) << none << false << false << "AXRadioButton"
+        QTest::newRow("page tab") << int(ATSPI_ROLE_PAGE_TAB) << none << false << false << false
+                                  << "AXRadioButton"
                                   << "AXTabButton";
-        QTest::newRow("scroll pane") << int(ATSPI_ROLE_SCROLL_PANE) << none << false << false
+        QTest::newRow("scroll pane") << int(ATSPI_ROLE_SCROLL_PANE) << none << false << false << false
                                      << "AXScrollArea"
                                      << "";
         // Without an AX counterpart: the AT-SPI name, camel-cased.
         QTest::newRow("drawing area")
-            << int(ATSPI_ROLE_DRAWING_AREA) << none << false << false << "AXDrawingArea"
+            << int(ATSPI_ROLE_DRAWING_AREA) << none << false << false << false << "AXDrawingArea"
             << "";
-        QTest::newRow("separator") << int(ATSPI_ROLE_SEPARATOR) << none << false << false << "AXSeparator"
+        QTest::newRow("top-level filler (a Qt widget window)")
+            << int(ATSPI_ROLE_FILLER) << int(ATSPI_ROLE_APPLICATION) << false << false << true << "AXWindow"
+            << "";
+        QTest::newRow("filler inside a window")
+            << int(ATSPI_ROLE_FILLER) << int(ATSPI_ROLE_FRAME) << false << false << false << "AXGroup"
+            << "";
+        QTest::newRow("separator") << int(ATSPI_ROLE_SEPARATOR) << none << false << false << false
+                                   << "AXSeparator"
                                    << "";
         QTest::newRow("beyond the known roles")
-            << int(ATSPI_ROLE_LAST_DEFINED) + 5 << none << false << false << "AXUnknown"
+            << int(ATSPI_ROLE_LAST_DEFINED) + 5 << none << false << false << false << "AXUnknown"
             << "";
     }
 
@@ -70,15 +85,19 @@ private Q_SLOTS:
         QFETCH(int, parentRole);
         QFETCH(bool, multiLine);
         QFETCH(bool, editable);
+        QFETCH(bool, topLevel);
         QFETCH(QString, axRole);
         QFETCH(QString, axSubrole);
         AtspiRoleContext context;
         context.parentRole = AtspiRole(parentRole);
         context.multiLine = multiLine;
         context.editable = editable;
+        context.topLevel = topLevel;
         QCOMPARE(axRoleForAtspiRole(AtspiRole(role), context), axRole);
         QCOMPARE(axSubroleForAtspiRole(AtspiRole(role)), axSubrole);
-        QCOMPARE(atspiRoleIsWindow(AtspiRole(role)), axRole == "AXWindow");
+        QCOMPARE(atspiRoleIsWindow(AtspiRole(role)) ||
+                     (topLevel && atspiRoleIsWindowAtTopLevel(AtspiRole(role))),
+                 axRole == "AXWindow");
     }
 
     void actionNames_data() {

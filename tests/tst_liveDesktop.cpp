@@ -1,13 +1,10 @@
 // The live desktop provider against a real application (gtk3-widget-factory) on a private
 // headless desktop, read through the same functions as the virtual desktop.
 
-#include "atspi/AtspiProvider.h"
-
-#include "liveDesktopSession.h"
-#include "osxUIElementUtils.h"
-#include "platformAccessibility.h"
+#include "liveTestSupport.h"
 #include "platformTestSupport.h"
 #include "testSupport.h"
+
 #include <atspi/atspi.h>
 
 #include <QFileInfo>
@@ -23,28 +20,6 @@ const QString factoryProgram = QStringLiteral("gtk3-widget-factory");
 
 CFStringRef attributeName(const char* name) {
     return CFStringCreateWithQString(QString::fromLatin1(name));
-}
-
-// The value of an attribute, owned by the caller; null with the error when the read fails.
-CFTypeRef copyAttribute(AXUIElementRef element, const char* name, AXError* error = nullptr) {
-    Ref<CFStringRef> attribute(attributeName(name));
-    CFTypeRef value = nullptr;
-    const AXError result = AXUIElementCopyAttributeValue(element, attribute, &value);
-    if (error)
-        *error = result;
-    return result == kAXErrorSuccess ? value : nullptr;
-}
-
-// Every element below `root`, depth first, each with one reference for the caller.
-void collect(AXUIElementRef root, QList<AXUIElementRef>* elements, int depth = 0) {
-    Ref<CFArrayRef> children(static_cast<CFArrayRef>(copyAttribute(root, "AXChildren")));
-    if (!children || depth > 64)
-        return;
-    for (CFIndex i = 0; i < CFArrayGetCount(children); ++i) {
-        auto child = static_cast<AXUIElementRef>(CFRetain(CFArrayGetValueAtIndex(children, i)));
-        elements->append(child);
-        collect(child, elements, depth + 1);
-    }
 }
 
 // Children whose own parent is another element, as the application tells them over the bus.
@@ -77,17 +52,8 @@ class TestLiveDesktop : public QObject {
     AXUIElementRef application = nullptr;
     CFIndex liveAtStart = 0;
 
-    // The first element below the application with this role and title; owned by the caller.
     AXUIElementRef find(const QString& role, const QString& title) {
-        QList<AXUIElementRef> elements;
-        collect(application, &elements);
-        AXUIElementRef found = nullptr;
-        for (AXUIElementRef element : elements) {
-            if (!found && UIElementRole(element) == role && UIElementTitle(element) == title)
-                found = static_cast<AXUIElementRef>(CFRetain(element));
-            CFRelease(element);
-        }
-        return found;
+        return findElement(application, role, title);
     }
 
     int toolkitDisagreements() {
@@ -115,14 +81,11 @@ private Q_SLOTS:
         session = std::make_unique<LiveDesktopSession>(LiveDesktopSession::Bus::Accessibility);
         if (!session->isReady())
             QSKIP(qPrintable(session->skipReason()));
-        session->applyToThisProcess();
         factory = session->startApplication(factoryProgram);
         QVERIFY(factory && factory->waitForStarted());
         factoryPid = pid_t(factory->processId());
         QString problem;
-        std::shared_ptr<AtspiProvider> provider = AtspiProvider::create(&problem);
-        QVERIFY2(provider, qPrintable(problem));
-        setAccessibilityProviderForTesting(provider);
+        QVERIFY2(installLiveDesktop(*session, &problem), qPrintable(problem));
         application = AXUIElementCreateApplication(factoryPid);
         // Up once its window is on the bus with its content.
         QVERIFY(LiveDesktopSession::waitUntil([&] { return UIElementChildrenCount(application) > 0; }));
@@ -160,15 +123,15 @@ private Q_SLOTS:
     // the widget that it pops from); and the window lies where the window server has it.
     void theTreeAgreesWithItself() {
         QList<AXUIElementRef> elements;
-        collect(application, &elements);
+        collectElements(application, &elements);
         int children = 0;
         int disagreements = 0;
         int withoutRole = 0;
         for (AXUIElementRef element : std::as_const(elements)) {
             withoutRole += UIElementRole(element).isEmpty() ? 1 : 0;
-            Ref<CFArrayRef> listed(static_cast<CFArrayRef>(copyAttribute(element, "AXChildren")));
+            Ref<CFArrayRef> listed(static_cast<CFArrayRef>(copyAttributeNamed(element, "AXChildren")));
             for (CFIndex i = 0; listed && i < CFArrayGetCount(listed); ++i) {
-                Ref<CFTypeRef> parent(copyAttribute(
+                Ref<CFTypeRef> parent(copyAttributeNamed(
                     static_cast<AXUIElementRef>(CFArrayGetValueAtIndex(listed, i)), "AXParent"));
                 ++children;
                 disagreements += parent && CFEqual(parent, element) ? 0 : 1;
@@ -181,7 +144,7 @@ private Q_SLOTS:
         QCOMPARE(disagreements, toolkitDisagreements());
         QVERIFY(disagreements < children / 10);
 
-        Ref<CFArrayRef> windows(static_cast<CFArrayRef>(copyAttribute(application, "AXWindows")));
+        Ref<CFArrayRef> windows(static_cast<CFArrayRef>(copyAttributeNamed(application, "AXWindows")));
         QVERIFY(windows && CFArrayGetCount(windows) >= 1);
         const QRect windowFrame =
             UIElementRect(static_cast<AXUIElementRef>(CFArrayGetValueAtIndex(windows, 0)));
@@ -251,7 +214,7 @@ private Q_SLOTS:
         bool inside = false;
         for (int depth = 0; current && depth < 64 && !inside; ++depth) {
             inside = CFEqual(current, target);
-            CFTypeRef above = copyAttribute(static_cast<AXUIElementRef>(current), "AXParent");
+            CFTypeRef above = copyAttributeNamed(static_cast<AXUIElementRef>(current), "AXParent");
             CFRelease(current);
             current = above;
         }
@@ -261,18 +224,12 @@ private Q_SLOTS:
     }
 
     void aTextFieldTakesAValue() {
-        QList<AXUIElementRef> elements;
-        collect(application, &elements);
-        AXUIElementRef field = nullptr;
         Ref<CFStringRef> value(attributeName("AXValue"));
-        for (AXUIElementRef element : elements) {
+        Ref<AXUIElementRef> field(findElement(application, [&](AXUIElementRef element) {
             Boolean settable = false;
-            if (!field && UIElementRole(element) == "AXTextField" &&
-                AXUIElementIsAttributeSettable(element, value, &settable) == kAXErrorSuccess && settable)
-                field = static_cast<AXUIElementRef>(CFRetain(element));
-            CFRelease(element);
-        }
-        Ref<AXUIElementRef> owned(field);
+            return UIElementRole(element) == "AXTextField" &&
+                   AXUIElementIsAttributeSettable(element, value, &settable) == kAXErrorSuccess && settable;
+        }));
         QVERIFY(field);
         Ref<CFStringRef> text(CFStringCreateWithQString("typed by the test"));
         QCOMPARE(AXUIElementSetAttributeValue(field, value, text), kAXErrorSuccess);

@@ -104,7 +104,7 @@ pid_t AtspiProvider::pidOf(AtspiAccessible* accessible) {
     return pid;
 }
 
-Element AtspiProvider::elementFor(AtspiAccessible* accessible) {
+Element AtspiProvider::elementFor(AtspiAccessible* accessible, std::optional<bool> topLevel) {
     const pid_t pid = pidOf(accessible);
     AtspiReader reader(accessible);
     if (reader.isApplication())
@@ -117,6 +117,8 @@ Element AtspiProvider::elementFor(AtspiAccessible* accessible) {
         entry.pid = pid;
         entry.key = key;
     }
+    if (topLevel)
+        entry.topLevel = topLevel;
     return Element{id, pid};
 }
 
@@ -206,6 +208,9 @@ template <typename Work> AXError AtspiProvider::withReader(const Element& elemen
     if (interfaceCache.size() > maximumCachedInterfaces)
         interfaceCache.clear();
     AtspiReader reader(accessible, &interfaceCache);
+    if (const Known* entry = known.contains(element.id) ? &known[element.id] : nullptr;
+        entry && entry->topLevel)
+        reader.markTopLevel(*entry->topLevel);
     if (!mayAsk(reader))
         return kAXErrorCannotComplete;
     const AXError result = work(reader);
@@ -213,6 +218,15 @@ template <typename Work> AXError AtspiProvider::withReader(const Element& elemen
     if (result == kAXErrorInvalidUIElement)
         forget(element);
     return result;
+}
+
+// Of an application's children: whether this one is a window on screen. Toolkits keep closed
+// windows for reuse, hidden; a minimized one is still listed.
+static bool topLevelWindow(AtspiAccessible* child) {
+    AtspiReader reader(child);
+    reader.markTopLevel();
+    return reader.isWindow() &&
+           (reader.hasState(ATSPI_STATE_SHOWING) || reader.hasState(ATSPI_STATE_ICONIFIED));
 }
 
 AXError AtspiProvider::readAttribute(AtspiReader& r, const QString& attribute, Value* value) {
@@ -224,8 +238,8 @@ AXError AtspiProvider::readAttribute(AtspiReader& r, const QString& attribute, V
         Value array;
         array.kind = Value::Kind::Array;
         for (const AccessibleRef& accessible : accessibles)
-            if (!windowsOnly || atspiRoleIsWindow(AtspiReader(accessible.get()).role()))
-                array.items.push_back(elementValue(elementFor(accessible.get())));
+            if (!windowsOnly || topLevelWindow(accessible.get()))
+                array.items.push_back(elementValue(elementFor(accessible.get(), r.isApplication())));
         return array;
     };
     if (attribute == QLatin1String("AXRole"))
@@ -267,7 +281,8 @@ AXError AtspiProvider::readAttribute(AtspiReader& r, const QString& attribute, V
     if (attribute == QLatin1String("AXValue"))
         return answer(r, r.value(), value, unsupported);
     if (attribute == QLatin1String("AXChildren"))
-        return answer(r, elements(r.children(), false), value);
+        // An application's children are its windows on screen.
+        return answer(r, elements(r.children(), r.isApplication()), value);
     if (attribute == QLatin1String("AXEnabled"))
         return answer(r, booleanValue(r.hasState(ATSPI_STATE_ENABLED) || r.hasState(ATSPI_STATE_SENSITIVE)),
                       value);
@@ -288,7 +303,7 @@ AXError AtspiProvider::readAttribute(AtspiReader& r, const QString& attribute, V
     }
     if (attribute == QLatin1String("AXParent"))
         return answer(r, element(r.parent()), value);
-    const bool window = atspiRoleIsWindow(r.role());
+    const bool window = r.isWindow();
     if (window && attribute == QLatin1String("AXMain"))
         return answer(r, booleanValue(r.hasState(ATSPI_STATE_ACTIVE)), value);
     if (window && attribute == QLatin1String("AXMinimized"))
@@ -308,7 +323,7 @@ QStringList AtspiProvider::attributeNames(AtspiReader& r) {
                      << QStringLiteral("AXMainWindow") << QStringLiteral("AXFrontmost")
                      << QStringLiteral("AXFocusedUIElement");
     names << QStringLiteral("AXParent");
-    if (atspiRoleIsWindow(r.role()))
+    if (r.isWindow())
         names << QStringLiteral("AXMain") << QStringLiteral("AXMinimized");
     else
         names << QStringLiteral("AXWindow");
@@ -388,7 +403,7 @@ AXError AtspiProvider::attributeValueCount(const Element& element, const QString
     if (element.isSystemWide())
         return kAXErrorIllegalArgument;
     return withReader(element, [&](AtspiReader& reader) {
-        if (attribute == QLatin1String("AXChildren")) {
+        if (attribute == QLatin1String("AXChildren") && !reader.isApplication()) {
             *count = CFIndex(reader.childCount());
             return reader.error();
         }
@@ -513,7 +528,8 @@ AXError AtspiProvider::elementAtPosition(const Element& scope, CGPoint point, El
         AtspiReader reader(application.get(), &interfaceCache);
         for (AccessibleRef& window : reader.children()) {
             AtspiReader candidate(window.get(), &interfaceCache);
-            if (!atspiRoleIsWindow(candidate.role()))
+            candidate.markTopLevel();
+            if (!candidate.isWindow())
                 continue;
             const std::optional<CGRect> frame = candidate.frame();
             if (!frame || !frameContains(*frame, point))

@@ -59,11 +59,13 @@ public:
 private:
     AtspiProvider();
 
-    // One element that has been handed out: its accessible (one reference held) and process.
+    // One element that has been handed out: its accessible (one reference held), its process,
+    // and whether it is a child of its application, where that is known from where it was found.
     struct Known {
         AtspiAccessible* accessible = nullptr;
         pid_t pid = 0;
         QByteArray key;
+        std::optional<bool> topLevel;
     };
 
     template <typename Work> AXError withReader(const Element& element, Work work);
@@ -76,7 +78,7 @@ private:
     AtspiAccessible* resolve(const Element& element, AXError* error);
     // The element handed out for an accessible, registered on first sight. An application is
     // known by its process, so that its handle equals the one made from the pid.
-    Element elementFor(AtspiAccessible* accessible);
+    Element elementFor(AtspiAccessible* accessible, std::optional<bool> topLevel = std::nullopt);
     AtspiAccessible* applicationForPid(pid_t pid);
     pid_t pidOf(AtspiAccessible* accessible);
     ElementId idForKey(const QByteArray& key);

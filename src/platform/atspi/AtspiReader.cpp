@@ -206,6 +206,21 @@ AtspiRole AtspiReader::role() {
     return *knownRole;
 }
 
+bool AtspiReader::isTopLevel() {
+    if (!topLevel) {
+        const AccessibleRef above = parent();
+        if (failure != kAXErrorSuccess)
+            return false;
+        topLevel = above && AtspiReader(above.get()).isApplication();
+    }
+    return *topLevel;
+}
+
+bool AtspiReader::isWindow() {
+    const AtspiRole own = role();
+    return atspiRoleIsWindow(own) || (atspiRoleIsWindowAtTopLevel(own) && isTopLevel());
+}
+
 bool AtspiReader::hasState(AtspiStateType state) {
     if (!states) {
         // The state set comes without an error; only the time tells a hung application.
@@ -228,6 +243,8 @@ QString AtspiReader::axRole() {
         context.multiLine = hasState(ATSPI_STATE_MULTI_LINE);
     if (own == ATSPI_ROLE_COMBO_BOX)
         context.editable = hasState(ATSPI_STATE_EDITABLE);
+    if (atspiRoleIsWindowAtTopLevel(own))
+        context.topLevel = isTopLevel();
     return axRoleForAtspiRole(own, context);
 }
 
@@ -322,6 +339,9 @@ AccessibleRef AtspiReader::window() {
             return current;
         AccessibleRef above = reader.parent();
         failure = reader.error();
+        // The element right below the application is its window, whatever its role.
+        if (above && AtspiReader(above.get()).isApplication())
+            return current;
         current = std::move(above);
     }
     return nullptr;
@@ -330,7 +350,8 @@ AccessibleRef AtspiReader::window() {
 AccessibleRef AtspiReader::activeWindow() {
     for (AccessibleRef& child : children()) {
         AtspiReader reader(child.get());
-        if (atspiRoleIsWindow(reader.role()) && reader.hasState(ATSPI_STATE_ACTIVE))
+        reader.markTopLevel();
+        if (reader.isWindow() && reader.hasState(ATSPI_STATE_ACTIVE))
             return std::move(child);
     }
     return nullptr;

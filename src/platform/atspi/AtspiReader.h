@@ -70,6 +70,12 @@ public:
     bool hasInterface(AtspiInterface which);
 
     AtspiRole role();
+    // Whether the element is a child of its application; known without asking when the caller
+    // knows where it found the element (markTopLevel).
+    bool isTopLevel();
+    void markTopLevel(bool childOfApplication = true) { topLevel = childOfApplication; }
+    // A window role, or a top-level element of a role that is a window there.
+    bool isWindow();
     bool hasState(AtspiStateType state);
     QString axRole();
     QString name();
@@ -118,5 +124,6 @@ private:
     std::optional<quint32> knownInterfaces;
     AXError failure = kAXErrorSuccess;
     std::optional<AtspiRole> knownRole;
+    std::optional<bool> topLevel;
     GRef<AtspiStateSet> states;
 };

@@ -126,6 +126,8 @@ QString axRoleForAtspiRole(AtspiRole role, const AtspiRoleContext& context) {
         return QStringLiteral("AXMenuBarItem");
     if (role == ATSPI_ROLE_MENU && isMenuContainer(context.parentRole))
         return QStringLiteral("AXMenuItem");
+    if (context.topLevel && atspiRoleIsWindowAtTopLevel(role))
+        return QStringLiteral("AXWindow");
     if ((role == ATSPI_ROLE_TEXT || role == ATSPI_ROLE_ENTRY) && context.multiLine)
         return QStringLiteral("AXTextArea");
     if (role == ATSPI_ROLE_COMBO_BOX && context.editable)
@@ -146,6 +148,10 @@ QString axSubroleForAtspiRole(AtspiRole role) {
 bool atspiRoleIsWindow(AtspiRole role) {
     const RoleEntry* entry = entryFor(role);
     return entry && qstrcmp(entry->axRole, "AXWindow") == 0;
+}
+
+bool atspiRoleIsWindowAtTopLevel(AtspiRole role) {
+    return role == ATSPI_ROLE_FILLER || role == ATSPI_ROLE_PANEL;
 }
 
 QStringList axActionNames(const QStringList& toolkitNames) {

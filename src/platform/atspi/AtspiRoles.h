@@ -14,6 +14,7 @@ struct AtspiRoleContext {
     AtspiRole parentRole = ATSPI_ROLE_INVALID;
     bool multiLine = false; // state MULTI_LINE
     bool editable = false;  // state EDITABLE
+    bool topLevel = false;  // a child of the application
 };
 
 // The AX role text. A role without an AX counterpart keeps a stable, readable text of its own:
@@ -23,6 +24,9 @@ QString axRoleForAtspiRole(AtspiRole role, const AtspiRoleContext& context = {})
 QString axSubroleForAtspiRole(AtspiRole role);
 // True for the roles presented as windows ("AXWindow").
 bool atspiRoleIsWindow(AtspiRole role);
+// True for the roles that are windows only as children of the application: Qt shows a top-level
+// plain widget as a filler.
+bool atspiRoleIsWindowAtTopLevel(AtspiRole role);
 
 // The AX names of an element's toolkit actions, in the same order. The best press-like action
 // (press, then click, activate, toggle) is "AXPress"; every other action keeps its own name in the
