@@ -127,6 +127,24 @@ private Q_SLOTS:
             [&] { return UIElementAttributeValue(loop, "AXValue").toInt() == 1; }));
     }
 
+    void focusIsFound() {
+        QVERIFY(command("focus name"));
+        Ref<AXUIElementRef> systemWide(AXUIElementCreateSystemWide());
+        QVERIFY(LiveDesktopSession::waitUntil([&] {
+            Ref<CFTypeRef> focused(copyAttributeNamed(systemWide, "AXFocusedUIElement"));
+            return focused && UIElementTitle(static_cast<AXUIElementRef>(CFTypeRef(focused))) == "Name";
+        }));
+        Ref<CFTypeRef> focusedApplication(copyAttributeNamed(systemWide, "AXFocusedApplication"));
+        QVERIFY(focusedApplication && CFEqual(focusedApplication, application));
+        Ref<CFTypeRef> focusedWindow(copyAttributeNamed(application, "AXFocusedWindow"));
+        QVERIFY(focusedWindow);
+        QCOMPARE(UIElementTitle(static_cast<AXUIElementRef>(CFTypeRef(focusedWindow))),
+                 QString("Fixture Main"));
+        QCOMPARE(UIElementAttributeValue(application, "AXFrontmost"), QVariant(true));
+        QCOMPARE(UIElementAttributeValue(static_cast<AXUIElementRef>(CFTypeRef(focusedWindow)), "AXMain"),
+                 QVariant(true));
+    }
+
     // The main window spans 100..500 x 100..400, the tool window 300..600 x 250..450: the window
     // server's stacking decides the overlap.
     void theFrontWindowWinsWhereWindowsOverlap() {

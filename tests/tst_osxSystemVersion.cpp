@@ -268,6 +268,27 @@ void TestOsxSystemVersion::readsBundleIdOfApplicationAtPath() {
 </dict></plist>)");
     file.close();
     QCOMPARE(bundleIdForApplicationAtPath(QDir(dir.path()).filePath("App.app")), "com.example.app");
+
+    // A Linux executable: its desktop entry's id, else its own name. The entries are read once
+    // per process, at the first question, which this is.
+    QVERIFY(QDir(dir.path()).mkpath("share/applications/studio"));
+    QFile entry(QDir(dir.path()).filePath("share/applications/studio/mixer.desktop"));
+    QVERIFY(entry.open(QIODevice::WriteOnly));
+    entry.write("[Desktop Entry]\nName=Mixer\nExec=env LANG=C mixing-desk --full\n");
+    entry.close();
+    qputenv("XDG_DATA_HOME", QFile::encodeName(QDir(dir.path()).filePath("share")));
+    for (const QString name : {"mixing-desk", "plain-tool"}) {
+        QFile tool(QDir(dir.path()).filePath(name));
+        QVERIFY(tool.open(QIODevice::WriteOnly));
+        tool.close();
+        QTest::ignoreMessage(
+            QtWarningMsg, qPrintable("Warning: failed to get NSBundle for application: " + tool.fileName()));
+        QCOMPARE(bundleIdForApplicationAtPath(tool.fileName()), QString());
+        QVERIFY(tool.setPermissions(tool.permissions() | QFileDevice::ExeOwner));
+    }
+    QCOMPARE(bundleIdForApplicationAtPath(QDir(dir.path()).filePath("mixing-desk")), "studio-mixer");
+    QCOMPARE(bundleIdForApplicationAtPath(QDir(dir.path()).filePath("plain-tool")), "plain-tool");
+    qunsetenv("XDG_DATA_HOME");
 }
 
 void TestOsxSystemVersion::bundleIdFailuresAreLogged() {

@@ -1,5 +1,7 @@
 #include "NSBundle.h"
 
+#include "atspi/LiveProcesses.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -32,13 +34,19 @@ QString topLevelString(QIODevice* plist, const QString& key) {
 } // namespace
 
 std::unique_ptr<NSBundle> NSBundle::bundleWithPath(const QString& path) {
-    if (path.isEmpty() || !QFileInfo(path).isDir()) {
+    const QFileInfo info(path);
+    if (path.isEmpty() || !(info.isDir() || (info.isFile() && info.isExecutable()))) {
         return nullptr;
     }
     return std::unique_ptr<NSBundle>(new NSBundle(path));
 }
 
 QString NSBundle::bundleIdentifier() const {
+    const QFileInfo info(path);
+    if (info.isFile()) {
+        const QString id = desktopEntryForProgram(info.fileName()).id;
+        return id.isEmpty() ? info.fileName() : id;
+    }
     const QDir dir(path);
     for (const QString& place : {QStringLiteral("Contents/Info.plist"), QStringLiteral("Info.plist")}) {
         QFile plist(dir.filePath(place));

@@ -3,7 +3,9 @@
 // Application bundles under Foundation's name, as far as the services need them: a bundle is a
 // directory, and its identifier is CFBundleIdentifier of its Info.plist (Contents/Info.plist, or
 // Info.plist at the top of a flat bundle), an XML property list. Its resources lie in
-// Contents/Resources, or at the top of a flat bundle.
+// Contents/Resources, or at the top of a flat bundle. A Linux application is an executable file:
+// as a bundle, its identifier is the id of its desktop entry, else its file name (the live
+// desktop's bundle identifiers, docs/platform-atspi.md), and it has no resources.
 
 #include "NSImage.h"
 
@@ -13,11 +15,11 @@
 
 class NSBundle {
 public:
-    // Null when there is no directory at the path. The caller owns the bundle.
+    // Null when there is no directory or executable file at the path. The caller owns the bundle.
     static std::unique_ptr<NSBundle> bundleWithPath(const QString& path);
 
     QString bundlePath() const { return path; }
-    // Empty when the bundle has no Info.plist or no identifier in it.
+    // Empty when a directory bundle has no Info.plist or no identifier in it.
     QString bundleIdentifier() const;
     // The image resource of this name, looked for in Contents/Resources, then at the top of the
     // bundle. In each place the candidates are <name> itself (a name may carry its extension),

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <climits>
+#include <deque>
 
 using VirtualDesktopModel::Value;
 
@@ -359,7 +360,7 @@ AccessibleRef AtspiReader::activeWindow() {
 
 AccessibleRef AtspiReader::focusedDescendant() {
     if (!hasInterface(kAtspiCollection))
-        return nullptr;
+        return searchFocused();
     GRef<AtspiStateSet> focused(atspi_state_set_new(nullptr));
     atspi_state_set_add(focused.get(), ATSPI_STATE_FOCUSED);
     GRef<AtspiMatchRule> rule(atspi_match_rule_new(
@@ -378,6 +379,25 @@ AccessibleRef AtspiReader::focusedDescendant() {
     if (matches)
         g_array_free(matches, TRUE);
     return found;
+}
+
+AccessibleRef AtspiReader::searchFocused() {
+    std::deque<AccessibleRef> queue;
+    for (AccessibleRef& child : children())
+        queue.push_back(std::move(child));
+    for (int budget = maximumFocusSearch; !queue.empty() && budget > 0 && failure == kAXErrorSuccess;
+         --budget) {
+        AccessibleRef node = std::move(queue.front());
+        queue.pop_front();
+        AtspiReader reader(node.get());
+        if (reader.hasState(ATSPI_STATE_FOCUSED))
+            return node;
+        // Nothing hidden holds the focus that counts; an element gone meanwhile is passed over.
+        if (reader.hasState(ATSPI_STATE_SHOWING))
+            for (AccessibleRef& child : reader.children())
+                queue.push_back(std::move(child));
+    }
+    return nullptr;
 }
 
 AccessibleRef AtspiReader::childAtPoint(CGPoint point) {

@@ -97,8 +97,11 @@ public:
     AccessibleRef window();
     // Of an application: its window with the active state.
     AccessibleRef activeWindow();
-    // The focused element below this one, found by the application in one query.
+    // The focused element below this one, found by the application in one query where it offers
+    // Collection (GTK); else (Qt) looked for breadth first through the shown elements, as far as
+    // maximumFocusSearch of them.
     AccessibleRef focusedDescendant();
+    static constexpr int maximumFocusSearch = 2000;
     // The child under a screen point, as the element's Component tells it.
     AccessibleRef childAtPoint(CGPoint point);
 
@@ -118,6 +121,7 @@ private:
     template <typename Call> auto call(Call function) -> decltype(function(nullptr));
 
     quint32 interfaces();
+    AccessibleRef searchFocused();
 
     AtspiAccessible* element;
     AtspiInterfaceCache* interfaceCache;
