@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# The tool and its peer at work: starts ui-element-tool and `ui-element-ctl reports`, sends
-# commands with `ui-element-ctl send`, and shows the answers and the tool's log. Then the live
-# desktop: a real application (gtk3-widget-factory) on a private headless desktop, read through
-# the accessibility layer with `ui-element-ctl tree` and `ui-element-ctl at`.
+# The tool and its peer at work on a private headless desktop (Xvfb, a session bus with the
+# accessibility bus) where a real application runs, gtk3-widget-factory: starts ui-element-tool
+# and `ui-element-ctl reports`, sends commands with `ui-element-ctl send`, and shows the answers
+# and the tool's log; then reads the application through the accessibility layer with
+# `ui-element-ctl tree` and `ui-element-ctl at`.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -22,6 +23,10 @@ cleanup() {
 trap cleanup EXIT
 
 ctl=build/src/ctl/ui-element-ctl
+echo "== the live desktop: Xvfb, a session bus with the accessibility bus, and gtk3-widget-factory"
+start_live_session "$work/live"
+live_start gtk3-widget-factory
+
 echo "== starting ui-element-tool (log in $work/tool.log)"
 build/src/tool/ui-element-tool >"$work/tool.log" 2>&1 &
 tool_pid=$!
@@ -58,9 +63,6 @@ echo "== what ui-element-ctl reports saw"
 sed 's/^/   /' "$work/reports.log"
 
 echo
-echo "== the live desktop: Xvfb, a session bus with the accessibility bus, and gtk3-widget-factory"
-start_live_session "$work/live"
-live_start gtk3-widget-factory
 live_wait_for 20 sh -c "'$ctl' tree gtk3-widget-factory | grep -q 'AXRadioButton \"Page 2\"'" \
   || { echo "gtk3-widget-factory did not come up on the accessibility bus" >&2; exit 1; }
 "$ctl" tree gtk3-widget-factory >"$work/tree.txt"
