@@ -68,6 +68,19 @@ void readEveryValue(const QByteArray& text) {
 
 } // namespace
 
+// A type of the program's own with stream operators: a list whose count it trusts.
+struct Samples {
+    QList<qint32> values;
+};
+QDataStream& operator<<(QDataStream& stream, const Samples& samples) {
+    return stream << samples.values;
+}
+QDataStream& operator>>(QDataStream& stream, Samples& samples) {
+    return stream >> samples.values;
+}
+
+Q_DECLARE_METATYPE(Samples)
+
 class TestSettingsReadGuard : public QObject {
     Q_OBJECT
 
@@ -127,6 +140,21 @@ private Q_SLOTS:
         }
         QTest::newRow("list of ints") << "v=" + variantValue(intList) + "\n"
                                       << "";
+        {
+            // Old streams name a type of the program by its number plus 97, or by its name.
+            const int samples = qRegisterMetaType<Samples>("Samples");
+            const QByteArray huge = quint32Bytes(0x40000000);
+            QTest::newRow("program's type by number")
+                << "v=" + variantValue(variantBytes(quint32(samples + 97), QDataStream::Qt_4_0, huge)) + "\n"
+                << "a value of type Samples, whose stream form cannot be checked";
+            QByteArray named;
+            QDataStream stream(&named, QIODevice::WriteOnly);
+            stream.setVersion(QDataStream::Qt_4_0);
+            stream << quint32(127) << QByteArray("Samples");
+            QTest::newRow("program's type by name")
+                << "v=" + variantValue(named + huge) + "\n"
+                << "a value of type Samples, whose stream form cannot be checked";
+        }
         QTest::newRow("more items than bytes")
             << "v=" + variantValue(variantBytes(11, QDataStream::Qt_4_0, quint32Bytes(0x40000000))) + "\n"
             << "a sequence of 1073741824 items, more than its bytes could hold";

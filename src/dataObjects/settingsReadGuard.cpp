@@ -246,11 +246,12 @@ public:
             type = QMetaType::fromName(name);
             if (!type.isValid())
                 return Verdict::QtStopsHere;
-            if (type.id() >= QMetaType::User && !guiApplicationIsRunning() &&
-                type.hasRegisteredDataStreamOperators())
-                return refuse(QStringLiteral("a value of type %1, whose stream form cannot be checked")
-                                  .arg(QString::fromLatin1(name)));
         }
+        // A type registered by the program, by name or by number, streams in its own way: a
+        // list of them makes room for as many items as its count claims.
+        if (type.isValid() && type.id() >= QMetaType::User && type.hasRegisteredDataStreamOperators())
+            return refuse(QStringLiteral("a value of type %1, whose stream form cannot be checked")
+                              .arg(QString::fromLatin1(type.name())));
         if (!type.isValid()) {
             // Older streams carry a string in place of the missing value.
             if (stream.version() < QDataStream::Qt_5_0)
