@@ -155,6 +155,9 @@ private Q_SLOTS:
                 << "v=" + variantValue(named + huge) + "\n"
                 << "a value of type Samples, whose stream form cannot be checked";
         }
+        QTest::newRow("easing curve")
+            << "v=" + variantValue(variantBytes(QMetaType::QEasingCurve, QDataStream::Qt_4_0)) + "\n"
+            << "a value of type QEasingCurve, which carries a function address";
         QTest::newRow("more items than bytes")
             << "v=" + variantValue(variantBytes(11, QDataStream::Qt_4_0, quint32Bytes(0x40000000))) + "\n"
             << "a sequence of 1073741824 items, more than its bytes could hold";
@@ -186,18 +189,18 @@ private Q_SLOTS:
             readEveryValue(text);
     }
 
-    // Every stream id of both stored forms: the ones refused are exactly those of the types that
-    // need a GUI, and every other one reads.
+    // Every stream id of both stored forms: the ones refused are exactly those of the easing curve
+    // (29) and of the types that need a GUI, and every other one reads.
     void everyStreamIdIsJudged_data() {
         QTest::addColumn<QByteArray>("prefix");
         QTest::addColumn<int>("version");
         QTest::addColumn<QList<int>>("refused");
         QTest::newRow("@Variant") << QByteArray("@Variant(") << int(QDataStream::Qt_4_0)
-                                  << QList<int>{65,   66,   68,   69,   73,   74,   77,   79,
-                                                162,  163,  165,  166,  170,  171,  173,  175,
-                                                4194, 4195, 4197, 4198, 4202, 4203, 4205, 4207};
+                                  << QList<int>{29,   65,   66,   68,   69,   73,   74,  77,  79,
+                                                162,  163,  165,  166,  170,  171,  173, 175, 4194,
+                                                4195, 4197, 4198, 4202, 4203, 4205, 4207};
         QTest::newRow("@DateTime") << QByteArray("@DateTime(") << int(QDataStream::Qt_5_6)
-                                   << QList<int>{65,   66,   68,   69,   73,   74,   76,   78,
+                                   << QList<int>{29,   65,   66,   68,   69,   73,   74,   76,  78,
                                                  4097, 4098, 4100, 4101, 4105, 4106, 4108, 4110};
     }
 

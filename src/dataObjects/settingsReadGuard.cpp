@@ -258,6 +258,9 @@ public:
                 return skip<QString>();
             return Verdict::ReadOn;
         }
+        // Its stream carries the address of a function, which the curve would later call.
+        if (type.id() == QMetaType::QEasingCurve)
+            return refuse(QStringLiteral("a value of type QEasingCurve, which carries a function address"));
         if (typeNeedsGuiApplication(type.id()))
             return refuse(QStringLiteral("a value of type %1").arg(QString::fromLatin1(type.name())));
         return value(type, depth);

@@ -15,6 +15,7 @@ bool typeNeedsGuiApplication(int typeId);
 // Whether QSettings can read every value of this INI text in this process. False when a value it
 // would convert from "@Variant(...)" names a type that needs a QGuiApplication, or one whose stream
 // form is unknown here and might hold such a type, or a type registered by the program with stream
-// operators of its own; also when it claims more items than its bytes could hold (Qt would
-// reserve room for all of them first) or nests variants deeper than 64. `problem` then says which.
+// operators of its own, or an easing curve (its stream holds the address of a function); also when it claims
+// more items than its bytes could hold (Qt would reserve room for all of them first) or nests variants deeper
+// than 64. `problem` then says which.
 bool iniTextIsReadableHere(QByteArrayView text, QString* problem = nullptr);
