@@ -3,6 +3,7 @@
 // such text through aborts it: every text found readable here is also read in full.
 
 #include "QSettingsSerializer.h"
+#include "generalUtilities.h"
 #include "settingsReadGuard.h"
 #include "testSupport.h"
 

@@ -1,8 +1,8 @@
 #include "settingsReadGuard.h"
 
-#include <QCoreApplication>
+#include "generalUtilities.h"
+
 #include <QDataStream>
-#include <QGuiApplication>
 #include <QIODevice>
 #include <QMetaType>
 #include <QStringDecoder>
@@ -381,10 +381,6 @@ bool itemIsReadableHere(const QString& item, QString* problem) {
 }
 
 } // namespace
-
-bool guiApplicationIsRunning() {
-    return qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr;
-}
 
 bool typeNeedsGuiApplication(int typeId) {
     switch (typeId) {

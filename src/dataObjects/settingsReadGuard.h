@@ -6,8 +6,6 @@
 #include <QByteArrayView>
 #include <QString>
 
-bool guiApplicationIsRunning();
-
 // Pixmaps, bitmaps, cursors, icons, and the values that may hold a pixmap (brushes, pens,
 // palettes, text formats). False for everything when a QGuiApplication runs.
 bool typeNeedsGuiApplication(int typeId);

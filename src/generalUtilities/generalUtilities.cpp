@@ -2,10 +2,12 @@
 
 #include <QBrush>
 #include <QChar>
+#include <QCoreApplication>
 #include <QDate>
 #include <QDateTime>
 #include <QDebug>
 #include <QDir>
+#include <QGuiApplication>
 #include <QMetaObject>
 #include <QMetaType>
 #include <QObject>
@@ -55,6 +57,10 @@ template <typename Node, typename Up> bool chainContains(const Node* start, cons
 }
 
 } // namespace
+
+bool guiApplicationIsRunning() {
+    return qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr;
+}
 
 size_t qHash(const QVariant& value, size_t seed) {
     if (!value.isValid() || value.isNull()) {

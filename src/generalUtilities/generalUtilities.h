@@ -20,6 +20,10 @@ struct QMetaObject;
 // function means the same as the width, clamping to lo..hi is min(max(value, lo), hi) so that hi
 // wins when lo exceeds it, and angles are in degrees.
 
+// Whether the process runs a QGuiApplication: without one, making a pixmap, a bitmap or a cursor
+// aborts the process.
+bool guiApplicationIsRunning();
+
 // A hash for QSet<QVariant> and QHash keys of variants, by the value's type.
 size_t qHash(const QVariant& value, size_t seed = 0);
 

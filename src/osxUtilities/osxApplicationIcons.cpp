@@ -1,9 +1,9 @@
 #include "osxApplicationIcons.h"
 
 #include "appkit/NSBundle.h"
+#include "generalUtilities.h"
 
 #include <QDebug>
-#include <QGuiApplication>
 #include <QMutex>
 #include <QMutexLocker>
 #include <QPixmap>
@@ -15,7 +15,7 @@ std::optional<QString> scriptedBundlePath;
 
 // A pixmap made without a GUI application aborts the process, and the tool runs without one.
 bool pixmapsCanBeMade() {
-    if (qobject_cast<QGuiApplication*>(QCoreApplication::instance())) {
+    if (guiApplicationIsRunning()) {
         return true;
     }
     qDebug().noquote() << "Error: icons cannot be made without a GUI; the icon is left empty.";
