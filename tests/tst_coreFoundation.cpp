@@ -128,15 +128,12 @@ CFTypeID handleTypeID() {
 
 Q_DECLARE_METATYPE(Factory)
 
-class TestCoreFoundation : public QObject {
+class TestCoreFoundation : public QObject, private LiveObjectCheck {
     Q_OBJECT
 
-    CFIndex liveAtStart = 0;
-
 private slots:
-    // Every test must leave as many live objects as it found: this catches every leak.
-    void init() { liveAtStart = CFRuntime::liveObjectCount(); }
-    void cleanup() { QCOMPARE(CFRuntime::liveObjectCount(), liveAtStart); }
+    void init() { noteLiveObjects(); }
+    void cleanup() { checkLiveObjects(); }
 
     void retainAndRelease() {
         CFStringRef string = utf8("AXRole");

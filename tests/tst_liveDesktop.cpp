@@ -18,10 +18,6 @@ namespace {
 
 const QString factoryProgram = QStringLiteral("gtk3-widget-factory");
 
-CFStringRef attributeName(const char* name) {
-    return CFStringCreateWithQString(QString::fromLatin1(name));
-}
-
 // Children whose own parent is another element, as the application tells them over the bus.
 int disagreementsBelow(AtspiAccessible* node, int depth = 0) {
     int count = 0;
@@ -43,18 +39,11 @@ int disagreementsBelow(AtspiAccessible* node, int depth = 0) {
 
 } // namespace
 
-class TestLiveDesktop : public QObject {
+class TestLiveDesktop : public QObject, private LiveDesktopTestBase {
     Q_OBJECT
 
-    std::unique_ptr<LiveDesktopSession> session;
     QProcess* factory = nullptr;
     pid_t factoryPid = 0;
-    AXUIElementRef application = nullptr;
-    CFIndex liveAtStart = 0;
-
-    AXUIElementRef find(const QString& role, const QString& title) {
-        return findElement(application, role, title);
-    }
 
     int toolkitDisagreements() {
         AtspiAccessible* desktop = atspi_get_desktop(0);
@@ -78,15 +67,13 @@ private Q_SLOTS:
     void initTestCase() {
         if (QStandardPaths::findExecutable(factoryProgram).isEmpty())
             QSKIP("gtk3-widget-factory is not installed (Debian package gtk-3-examples)");
-        session = std::make_unique<LiveDesktopSession>(LiveDesktopSession::Bus::Accessibility);
-        if (!session->isReady())
-            QSKIP(qPrintable(session->skipReason()));
+        QString problem;
+        if (!openSession(&problem))
+            QSKIP(qPrintable(problem));
         factory = session->startApplication(factoryProgram);
         QVERIFY(factory && factory->waitForStarted());
         factoryPid = pid_t(factory->processId());
-        QString problem;
-        QVERIFY2(installLiveDesktop(*session, &problem), qPrintable(problem));
-        application = AXUIElementCreateApplication(factoryPid);
+        QVERIFY2(watchApplication(factoryPid, &problem), qPrintable(problem));
         // Up once its window is on the bus with its content.
         QVERIFY(LiveDesktopSession::waitUntil([&] { return UIElementChildrenCount(application) > 0; }));
         QVERIFY(LiveDesktopSession::waitUntil([&] {
@@ -95,15 +82,9 @@ private Q_SLOTS:
         }));
     }
 
-    void cleanupTestCase() {
-        if (application)
-            CFRelease(application);
-        setAccessibilityProviderForTesting(nullptr);
-        session.reset();
-    }
-
-    void init() { liveAtStart = CFRuntime::liveObjectCount(); }
-    void cleanup() { QCOMPARE(CFRuntime::liveObjectCount(), liveAtStart); }
+    void cleanupTestCase() { closeSession(); }
+    void init() { noteLiveObjects(); }
+    void cleanup() { checkLiveObjects(); }
 
     void theApplicationIsDescribed() {
         QCOMPARE(UIElementRole(application), QString("AXApplication"));
@@ -192,7 +173,7 @@ private Q_SLOTS:
         QVERIFY(first && second);
         QCOMPARE(checkState(first), 1);
         QCOMPARE(checkState(second), 0);
-        Ref<CFStringRef> press(attributeName("AXPress"));
+        Ref<CFStringRef> press(createAXName("AXPress"));
         QCOMPARE(AXUIElementPerformAction(second, press), kAXErrorSuccess);
         QVERIFY(LiveDesktopSession::waitUntil([&] { return checkState(second) == 1; }));
         QCOMPARE(checkState(first), 0);
@@ -224,7 +205,7 @@ private Q_SLOTS:
     }
 
     void aTextFieldTakesAValue() {
-        Ref<CFStringRef> value(attributeName("AXValue"));
+        Ref<CFStringRef> value(createAXName("AXValue"));
         Ref<AXUIElementRef> field(findElement(application, [&](AXUIElementRef element) {
             Boolean settable = false;
             return UIElementRole(element) == "AXTextField" &&
@@ -241,7 +222,7 @@ private Q_SLOTS:
     void aHungApplicationCannotComplete() {
         Ref<AXUIElementRef> button(find("AXButton", "Close"));
         QVERIFY(button);
-        Ref<CFStringRef> title(attributeName("AXTitle"));
+        Ref<CFStringRef> title(createAXName("AXTitle"));
         ::kill(factoryPid, SIGSTOP);
         CFTypeRef value = nullptr;
         QCOMPARE(AXUIElementCopyAttributeValue(button, title, &value), kAXErrorCannotComplete);
@@ -256,7 +237,7 @@ private Q_SLOTS:
         QVERIFY(button);
         factory->kill();
         QVERIFY(factory->waitForFinished());
-        Ref<CFStringRef> title(attributeName("AXTitle"));
+        Ref<CFStringRef> title(createAXName("AXTitle"));
         CFTypeRef value = nullptr;
         QVERIFY(LiveDesktopSession::waitUntil([&] {
             return AXUIElementCopyAttributeValue(button, title, &value) == kAXErrorInvalidUIElement;

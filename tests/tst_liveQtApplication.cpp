@@ -7,13 +7,10 @@
 
 #include <QProcess>
 
-class TestLiveQtApplication : public QObject {
+class TestLiveQtApplication : public QObject, private LiveDesktopTestBase {
     Q_OBJECT
 
-    std::unique_ptr<LiveDesktopSession> session;
     QProcess* fixture = nullptr;
-    AXUIElementRef application = nullptr;
-    CFIndex liveAtStart = 0;
 
     // Sends one command to the fixture and waits until it has carried it out.
     bool command(const QString& line) {
@@ -24,10 +21,6 @@ class TestLiveQtApplication : public QObject {
             output += fixture->readAllStandardOutput();
             return output.contains("done");
         });
-    }
-
-    AXUIElementRef find(const QString& role, const QString& title) {
-        return findElement(application, role, title);
     }
 
     // The title of the window that holds the element at the point, or why there is none.
@@ -47,31 +40,23 @@ class TestLiveQtApplication : public QObject {
 
 private Q_SLOTS:
     void initTestCase() {
-        session = std::make_unique<LiveDesktopSession>(LiveDesktopSession::Bus::Accessibility);
-        if (!session->isReady())
-            QSKIP(qPrintable(session->skipReason()));
+        QString problem;
+        if (!openSession(&problem))
+            QSKIP(qPrintable(problem));
         fixture = session->startApplication(UIET_LIVE_FIXTURE_APP);
         QVERIFY(fixture && fixture->waitForStarted());
         QVERIFY(LiveDesktopSession::waitUntil([&] { return fixture->canReadLine(); }));
         QCOMPARE(fixture->readLine().trimmed(), QByteArray("ready"));
-        QString problem;
-        QVERIFY2(installLiveDesktop(*session, &problem), qPrintable(problem));
-        application = AXUIElementCreateApplication(pid_t(fixture->processId()));
+        QVERIFY2(watchApplication(pid_t(fixture->processId()), &problem), qPrintable(problem));
         QVERIFY(LiveDesktopSession::waitUntil([&] {
             Ref<AXUIElementRef> tool(find("AXButton", "Tool Button"));
             return tool != nullptr;
         }));
     }
 
-    void cleanupTestCase() {
-        if (application)
-            CFRelease(application);
-        setAccessibilityProviderForTesting(nullptr);
-        session.reset();
-    }
-
-    void init() { liveAtStart = CFRuntime::liveObjectCount(); }
-    void cleanup() { QCOMPARE(CFRuntime::liveObjectCount(), liveAtStart); }
+    void cleanupTestCase() { closeSession(); }
+    void init() { noteLiveObjects(); }
+    void cleanup() { checkLiveObjects(); }
 
     void widgets_data() {
         QTest::addColumn<QString>("role");
@@ -121,7 +106,7 @@ private Q_SLOTS:
     void pressingTheCheckBoxChecksIt() {
         Ref<AXUIElementRef> loop(find("AXCheckBox", "Loop"));
         QVERIFY(loop);
-        Ref<CFStringRef> press(CFStringCreateWithQString("AXPress"));
+        Ref<CFStringRef> press(createAXName("AXPress"));
         QCOMPARE(AXUIElementPerformAction(loop, press), kAXErrorSuccess);
         QVERIFY(LiveDesktopSession::waitUntil(
             [&] { return UIElementAttributeValue(loop, "AXValue").toInt() == 1; }));

@@ -9,21 +9,19 @@
 #include "osxUIElementUtils.h"
 #include "platformAccessibility.h"
 #include "platformCoreFoundation.h"
+#include "platformTestSupport.h"
 
 #include <QList>
 #include <QString>
 
-// Makes the live desktop the provider of this process, on the session's buses.
-inline bool installLiveDesktop(LiveDesktopSession& session, QString* problem) {
-    session.applyToThisProcess();
-    std::shared_ptr<AtspiProvider> provider = AtspiProvider::create(problem);
-    setAccessibilityProviderForTesting(provider);
-    return provider != nullptr;
+// An attribute or action name, owned by the caller.
+inline CFStringRef createAXName(const char* name) {
+    return CFStringCreateWithQString(QString::fromLatin1(name));
 }
 
 // The value of an attribute, owned by the caller; null when the read fails, with its code.
 inline CFTypeRef copyAttributeNamed(AXUIElementRef element, const char* name, AXError* error = nullptr) {
-    CFStringRef attribute = CFStringCreateWithQString(QString::fromLatin1(name));
+    CFStringRef attribute = createAXName(name);
     CFTypeRef value = nullptr;
     const AXError result = AXUIElementCopyAttributeValue(element, attribute, &value);
     CFRelease(attribute);
@@ -64,3 +62,40 @@ inline AXUIElementRef findElement(AXUIElementRef root, const QString& role, cons
         return UIElementRole(element) == role && UIElementTitle(element) == title;
     });
 }
+
+// The frame of a test program on the live desktop: a private desktop with the accessibility bus,
+// the live provider on it, one application under test, and the leak check of every test function.
+class LiveDesktopTestBase : protected LiveObjectCheck {
+protected:
+    // From initTestCase: false, with the reason to skip, when the desktop cannot start.
+    bool openSession(QString* skipReason) {
+        session = std::make_unique<LiveDesktopSession>(LiveDesktopSession::Bus::Accessibility);
+        *skipReason = session->skipReason();
+        return session->isReady();
+    }
+
+    // From initTestCase, once the application runs: the live provider, and `application`.
+    bool watchApplication(pid_t pid, QString* problem) {
+        session->applyToThisProcess();
+        std::shared_ptr<AtspiProvider> provider = AtspiProvider::create(problem);
+        setAccessibilityProviderForTesting(provider);
+        application = AXUIElementCreateApplication(pid);
+        return provider != nullptr;
+    }
+
+    // From cleanupTestCase.
+    void closeSession() {
+        if (application)
+            CFRelease(application);
+        application = nullptr;
+        setAccessibilityProviderForTesting(nullptr);
+        session.reset();
+    }
+
+    AXUIElementRef find(const QString& role, const QString& title) {
+        return findElement(application, role, title);
+    }
+
+    std::unique_ptr<LiveDesktopSession> session;
+    AXUIElementRef application = nullptr;
+};

@@ -33,12 +33,21 @@ private:
     T object;
 };
 
+// Every CF object that a test function makes must be released by its end: this catches every leak.
+class LiveObjectCheck {
+protected:
+    void noteLiveObjects() { liveAtStart = CFRuntime::liveObjectCount(); }
+    void checkLiveObjects() { QCOMPARE(CFRuntime::liveObjectCount(), liveAtStart); }
+
+    CFIndex liveAtStart = 0;
+};
+
 // A virtual desktop installed as the process's provider for the length of one test.
-class VirtualDesktopTestBase {
+class VirtualDesktopTestBase : protected LiveObjectCheck {
 protected:
     // From init(): notes the live CF objects before the desktop exists, loads it and installs it.
     bool installDesktop(const std::function<bool(VirtualDesktop&)>& load) {
-        liveAtStart = CFRuntime::liveObjectCount();
+        noteLiveObjects();
         desktop = std::make_shared<VirtualDesktop>();
         if (!load(*desktop))
             return false;
@@ -51,9 +60,8 @@ protected:
     void uninstallDesktopAndCheckReferences() {
         setAccessibilityProviderForTesting(nullptr);
         desktop.reset();
-        QCOMPARE(CFRuntime::liveObjectCount(), liveAtStart);
+        checkLiveObjects();
     }
 
-    CFIndex liveAtStart = 0;
     std::shared_ptr<VirtualDesktop> desktop;
 };
