@@ -6,15 +6,12 @@
 
 #include <dbus/dbus.h>
 
-#include <atomic>
 #include <climits>
 #include <deque>
 
 using VirtualDesktopModel::Value;
 
 namespace {
-
-std::atomic<quint64> busCalls{0};
 
 enum class Outcome { Answered, Gone, NoAnswer };
 
@@ -91,15 +88,10 @@ AccessibleRef retained(AtspiAccessible* accessible) {
     return AccessibleRef(accessible ? static_cast<AtspiAccessible*>(g_object_ref(accessible)) : nullptr);
 }
 
-quint64 atspiBusCallCount() {
-    return busCalls.load();
-}
-
 template <typename Call> auto AtspiReader::call(Call function) -> decltype(function(nullptr)) {
     using Result = decltype(function(nullptr));
     if (failure != kAXErrorSuccess)
         return Result{};
-    ++busCalls;
     GError* error = nullptr;
     QElapsedTimer timer;
     timer.start();
@@ -160,7 +152,6 @@ quint32 AtspiReader::interfaces() {
                                                         "org.a11y.atspi.Accessible", "GetInterfaces");
     DBusError error;
     dbus_error_init(&error);
-    ++busCalls;
     QElapsedTimer timer;
     timer.start();
     // The application's own connection, which libatspi opens straight to it where it can.

@@ -35,9 +35,6 @@ using AccessibleRef = GRef<AtspiAccessible>;
 
 AccessibleRef retained(AtspiAccessible* accessible);
 
-// Round trips to the accessibility bus made by all readers of the process so far.
-quint64 atspiBusCallCount();
-
 // The interfaces of elements, which never change, by bus name and path. A provider keeps one for
 // the elements it knows.
 enum AtspiInterface : quint32 {
