@@ -20,8 +20,7 @@ echo "== reading role, title and frame of every element of gtk3-widget-factory o
 start_live_session "$TMPDIR/live"
 live_start gtk3-widget-factory
 factory=${live_pids[-1]}
-live_wait_for 20 sh -c "build/src/ctl/ui-element-ctl tree $factory | grep -q 'AXRadioButton'" \
-  || { echo "gtk3-widget-factory did not come up on the accessibility bus" >&2; exit 1; }
+live_wait_for_tree build/src/ctl/ui-element-ctl "$factory" 'AXRadioButton'
 repeats=5
 # Each walker runs with the round-trip counter preloaded; the counts include its start-up.
 for walker in "build/bench/bench_liveWalk" "/usr/bin/python3 bench/pyatspi_walk.py"; do

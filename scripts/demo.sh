@@ -63,8 +63,7 @@ echo "== what ui-element-ctl reports saw"
 sed 's/^/   /' "$work/reports.log"
 
 echo
-live_wait_for 20 sh -c "'$ctl' tree gtk3-widget-factory | grep -q 'AXRadioButton \"Page 2\"'" \
-  || { echo "gtk3-widget-factory did not come up on the accessibility bus" >&2; exit 1; }
+live_wait_for_tree "$ctl" gtk3-widget-factory 'AXRadioButton "Page 2"'
 "$ctl" tree gtk3-widget-factory >"$work/tree.txt"
 echo "== ui-element-ctl tree gtk3-widget-factory   ($(wc -l <"$work/tree.txt") lines; the first 25)"
 head -n 25 "$work/tree.txt" | sed 's/^/   /'

@@ -2,6 +2,9 @@
 #   start_live_session DIR    starts Xvfb, a session bus and the accessibility bus, exports what
 #                             applications and the tools need to use them
 #   live_start PROGRAM ...    starts a program there, ended with the session
+#   live_wait_for_tree CTL APP TEXT
+#                             waits until `CTL tree APP` shows TEXT: the application is up on the
+#                             accessibility bus with its content
 #   stop_live_session         ends everything, last started first
 # Nothing of the caller's own desktop is used or touched.
 
@@ -38,6 +41,13 @@ start_live_session() {
 live_start() {
   "$@" >/dev/null 2>&1 &
   live_pids+=($!)
+}
+
+live_wait_for_tree() {
+  local ctl=$1 application=$2 text=$3
+  live_wait_for 20 sh -c '"$1" tree "$2" | grep -qF "$3"' sh "$ctl" "$application" "$text" && return 0
+  echo "live session: $application did not come up on the accessibility bus" >&2
+  return 1
 }
 
 stop_live_session() {
