@@ -11,6 +11,8 @@ packages=(
   # The live desktop of the tests, the demo and the benchmark: a headless X server, a session
   # bus with the accessibility bus, a real application, and the plain walk to compare with.
   xvfb xauth dbus dbus-x11 at-spi2-core libatk-adaptor gtk-3-examples python3-pyatspi
+  # A small window manager that follows the EWMH standard, for the window tests that need one.
+  openbox
 )
 
 missing=()

@@ -4,9 +4,17 @@
 
 #include <QRect>
 
+#include <map>
+
+// Xlib's macro None hides the enumerators of that name: these are named before Xlib comes in.
+constexpr auto kNoBus = LiveDesktopSession::Bus::None;
+constexpr auto kNoWindowManager = LiveDesktopSession::WindowManager::None;
+
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+
+Q_DECLARE_METATYPE(LiveDesktopSession::WindowManager)
 
 // The windows are made here, on a private X server, with the properties that applications and
 // window managers set; every expected value follows from what the test made.
@@ -26,12 +34,14 @@ private slots:
         QVERIFY(desktop);
     }
     void cleanupTestCase() {
+        managed.clear(); // in reverse order of start, before the first session
         desktop.reset();
         if (x)
             XCloseDisplay(x);
         session.reset();
     }
     void cleanup() {
+        client.reset();
         while (!made.isEmpty()) // children before their parents
             XDestroyWindow(x, made.takeLast());
         named.clear();
@@ -185,7 +195,8 @@ private slots:
     void windowManager() {
         QFETCH(bool, managerRunning);
         QFETCH(bool, vanishedClientListed);
-        const Window check = make(QRect(-100, -100, 1, 1), 0, false);
+        // Mapped out of sight, as openbox has it.
+        const Window check = make(QRect(-100, -100, 1, 1), 0, true, root, true);
         setLongs(check, "_NET_SUPPORTING_WM_CHECK", XA_WINDOW, {long(check)});
         setLongs(root, "_NET_SUPPORTING_WM_CHECK", XA_WINDOW, {long(check)});
         named['1'] = make(QRect(5, 20, 200, 100), 0, true, make(QRect(100, 100, 210, 130)));
@@ -263,7 +274,227 @@ private slots:
         QVERIFY(!lost->isConnected());
     }
 
+    // Acting on windows, with and without a window manager. The windows belong to a plain Xlib
+    // client of their own, which reads what is sent to them; a window manager acts on them
+    // asynchronously, so results are awaited.
+    void hasWindowManager_data() { addManagerRows(); }
+    void hasWindowManager() {
+        if (!startRow())
+            QSKIP(qPrintable(skipReason));
+        QFETCH(WindowManager, manager);
+        QCOMPARE(acting->hasWindowManager(), manager == WindowManager::Openbox);
+    }
+
+    void activate_data() { addManagerRows(); }
+    void activate() {
+        if (!startRow())
+            QSKIP(qPrintable(skipReason));
+        const Window a = client->make(QRect(10, 10, 200, 100));
+        const Window b = client->make(QRect(50, 50, 200, 100));
+        QVERIFY(LiveDesktopSession::waitUntil([&] { return frontmost() == b; }));
+        QVERIFY(acting->activate(a));
+        QVERIFY(LiveDesktopSession::waitUntil([&] { return frontmost() == a && client->focus() == a; }));
+    }
+
+    void minimize_data() { addManagerRows(); }
+    void minimize() {
+        if (!startRow())
+            QSKIP(qPrintable(skipReason));
+        const Window window = client->make(QRect(10, 10, 200, 100));
+        client->make(QRect(50, 50, 200, 100));
+        QVERIFY(acting->setMinimized(window, true));
+        QVERIFY(LiveDesktopSession::waitUntil([&] { return !listedIn(acting, window).onScreen; }));
+        QVERIFY(acting->setMinimized(window, false));
+        QVERIFY(LiveDesktopSession::waitUntil(
+            [&] { return listedIn(acting, window).onScreen && frontmost() == window; }));
+    }
+
+    void maximize_data() { addManagerRows(); }
+    void maximize() {
+        if (!startRow())
+            QSKIP(qPrintable(skipReason));
+        QFETCH(WindowManager, manager);
+        const Window window = client->make(QRect(10, 10, 200, 100));
+        const auto frame = [&] { return rect(listedIn(acting, window).frame); };
+        const QRect before = frame();
+        QVERIFY(!acting->isMaximized(window));
+        if (manager == kNoWindowManager) {
+            QVERIFY(!acting->setMaximized(window, true));
+            QVERIFY(!acting->isMaximized(window));
+            QCOMPARE(frame(), before);
+            return;
+        }
+        const QRect screen = rect(acting->screens().first().frame);
+        QVERIFY(acting->setMaximized(window, true));
+        // The frame is the client's area; with the decorations around it, the whole screen.
+        QVERIFY(LiveDesktopSession::waitUntil([&] {
+            return acting->isMaximized(window) &&
+                   frame().marginsAdded(client->frameExtents(window)) == screen;
+        }));
+        QVERIFY(acting->setMaximized(window, false));
+        QVERIFY(
+            LiveDesktopSession::waitUntil([&] { return !acting->isMaximized(window) && frame() == before; }));
+    }
+
+    void close_data() {
+        QTest::addColumn<WindowManager>("manager");
+        QTest::addColumn<bool>("takesDelete"); // WM_PROTOCOLS lists WM_DELETE_WINDOW
+        for (const auto& [name, manager] : managers()) {
+            QTest::addRow("%s, takes WM_DELETE_WINDOW", name) << manager << true;
+            QTest::addRow("%s, does not", name) << manager << false;
+        }
+    }
+    void close() {
+        if (!startRow())
+            QSKIP(qPrintable(skipReason));
+        QFETCH(bool, takesDelete);
+        const Window window = client->make(QRect(10, 10, 200, 100), takesDelete);
+        QCOMPARE(acting->close(window), takesDelete);
+        if (!takesDelete) {
+            // Nothing closed it: it is still there, and its client still connected.
+            QVERIFY(listedIn(acting, window).onScreen);
+            QVERIFY(!client->receivedDelete(window));
+            return;
+        }
+        QVERIFY(LiveDesktopSession::waitUntil([&] { return client->receivedDelete(window); }));
+    }
+
+    void vanishedWindow_data() {
+        QTest::addColumn<WindowManager>("manager");
+        QTest::addColumn<QString>("action");
+        for (const auto& [name, manager] : managers()) {
+            for (const char* action : {"activate", "minimize", "restore", "maximize", "close"})
+                QTest::addRow("%s, %s", name, action) << manager << QString(action);
+        }
+    }
+    void vanishedWindow() {
+        if (!startRow())
+            QSKIP(qPrintable(skipReason));
+        QFETCH(QString, action);
+        const Window window = client->make(QRect(10, 10, 200, 100));
+        XDestroyWindow(client->x, window);
+        XSync(client->x, False);
+        X11Desktop* desktop = acting;
+        const std::map<QString, std::function<bool(CGWindowID)>> actions{
+            {"activate", [&](CGWindowID id) { return desktop->activate(id); }},
+            {"minimize", [&](CGWindowID id) { return desktop->setMinimized(id, true); }},
+            {"restore", [&](CGWindowID id) { return desktop->setMinimized(id, false); }},
+            {"maximize", [&](CGWindowID id) { return desktop->setMaximized(id, true); }},
+            {"close", [&](CGWindowID id) { return desktop->close(id); }}};
+        QVERIFY(!actions.at(action)(window));
+        QVERIFY(!actions.at(action)(0));
+        QVERIFY(!desktop->isMaximized(window));
+        QVERIFY(desktop->isConnected());
+    }
+
 private:
+    using WindowManager = LiveDesktopSession::WindowManager;
+
+    static QList<QPair<const char*, WindowManager>> managers() {
+        return {{"no window manager", kNoWindowManager}, {"openbox", WindowManager::Openbox}};
+    }
+    static void addManagerRows() {
+        QTest::addColumn<WindowManager>("manager");
+        for (const auto& [name, manager] : managers())
+            QTest::newRow(name) << manager;
+    }
+
+    // A plain Xlib client on a connection of its own: its windows go when it does.
+    struct Client {
+        Client(X11Desktop* desktop, const QString& display)
+            : desktop(desktop), x(XOpenDisplay(qPrintable(display))) {}
+        ~Client() { XCloseDisplay(x); }
+        Client(const Client&) = delete;
+        Client& operator=(const Client&) = delete;
+
+        // Mapped, and once it is on screen (a window manager has taken it).
+        Window make(const QRect& geometry, bool takesDelete = true) {
+            const Window window = XCreateSimpleWindow(x, DefaultRootWindow(x), geometry.x(), geometry.y(),
+                                                      geometry.width(), geometry.height(), 0, 0, 0);
+            Atom deleteWindow = XInternAtom(x, "WM_DELETE_WINDOW", False);
+            if (takesDelete)
+                XSetWMProtocols(x, window, &deleteWindow, 1);
+            XMapWindow(x, window);
+            XSync(x, False);
+            if (!LiveDesktopSession::waitUntil([&] { return listedIn(desktop, window).onScreen; }))
+                qWarning("window %lu did not come on screen", window);
+            return window;
+        }
+        Window focus() {
+            Window focused = None;
+            int revertTo = 0;
+            XGetInputFocus(x, &focused, &revertTo);
+            return focused;
+        }
+        // Reads the events that have come for the window, up to a WM_DELETE_WINDOW message.
+        bool receivedDelete(Window window) {
+            XEvent event;
+            while (XPending(x) > 0 && XCheckTypedWindowEvent(x, window, ClientMessage, &event)) {
+                if (event.xclient.message_type == XInternAtom(x, "WM_PROTOCOLS", False) &&
+                    Atom(event.xclient.data.l[0]) == XInternAtom(x, "WM_DELETE_WINDOW", False))
+                    return true;
+            }
+            return false;
+        }
+        // What the window manager's decorations add around the window.
+        QMargins frameExtents(Window window) {
+            Atom type = None;
+            int format = 0;
+            unsigned long count = 0, bytesAfter = 0;
+            unsigned char* data = nullptr;
+            XGetWindowProperty(x, window, XInternAtom(x, "_NET_FRAME_EXTENTS", False), 0, 4, False,
+                               XA_CARDINAL, &type, &format, &count, &bytesAfter, &data);
+            QMargins margins;
+            if (count == 4) {
+                const long* extents = reinterpret_cast<const long*>(data); // left, right, top, bottom
+                margins = QMargins(int(extents[0]), int(extents[2]), int(extents[1]), int(extents[3]));
+            }
+            if (data)
+                XFree(data);
+            return margins;
+        }
+
+        X11Desktop* desktop;
+        Display* x;
+    };
+
+    // The desktop of the row's window manager, started at first use, and a new client on it;
+    // false, with skipReason, when it cannot be started.
+    bool startRow() {
+        QFETCH(WindowManager, manager);
+        ManagedDesktop& entry = managed[manager];
+        if (!entry.session) {
+            entry.session = std::make_unique<LiveDesktopSession>(kNoBus, manager);
+            if (entry.session->isReady())
+                entry.desktop = X11Desktop::open(entry.session->display());
+        }
+        skipReason = entry.session->skipReason();
+        acting = entry.desktop.get();
+        if (acting)
+            client = std::make_unique<Client>(acting, entry.session->display());
+        return acting;
+    }
+    CGWindowID frontmost() {
+        const QList<WindowInfo> windows = acting->windows();
+        return windows.isEmpty() ? 0 : windows.first().id;
+    }
+    static WindowInfo listedIn(X11Desktop* desktop, Window window) {
+        for (const WindowInfo& info : desktop->windows()) {
+            if (info.id == window)
+                return info;
+        }
+        return {};
+    }
+
+    struct ManagedDesktop {
+        std::unique_ptr<LiveDesktopSession> session;
+        std::unique_ptr<X11Desktop> desktop;
+    };
+    std::map<WindowManager, ManagedDesktop> managed;
+    X11Desktop* acting = nullptr;   // the row's
+    std::unique_ptr<Client> client; // the row's
+    QString skipReason;
+
     Atom atom(const char* name) { return XInternAtom(x, name, False); }
     void setLongs(Window window, const char* name, Atom type, const QVector<long>& values) {
         XChangeProperty(x, window, atom(name), type, 32, PropModeReplace,
@@ -303,12 +534,10 @@ private:
         return ids;
     }
     WindowInfo listed(Window window) {
-        for (const WindowInfo& info : desktop->windows()) {
-            if (info.id == window)
-                return info;
-        }
-        qWarning("window %lu is not listed", window);
-        return {};
+        const WindowInfo info = listedIn(desktop.get(), window);
+        if (info.id != window)
+            qWarning("window %lu is not listed", window);
+        return info;
     }
 
     std::unique_ptr<LiveDesktopSession> session;

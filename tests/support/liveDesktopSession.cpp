@@ -10,6 +10,10 @@
 #include <QTest>
 #include <QThread>
 
+// Xlib defines macros (None, Bool, Status...) that collide with Qt's names: after every Qt header.
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+
 #include <algorithm>
 #include <csignal>
 #include <sys/prctl.h>
@@ -22,6 +26,16 @@ namespace {
 constexpr int kStartTimeoutMs = 30000;
 constexpr int kStopTimeoutMs = 5000;
 const char* const kBusLauncher = "/usr/libexec/at-spi-bus-launcher";
+
+// Focus goes to new windows and stays where it is put, not under the pointer; one desktop. No
+// autostart: openbox runs none of it unless started through openbox-session.
+const char* const kOpenboxConfig = R"(<?xml version="1.0" encoding="UTF-8"?>
+<openbox_config xmlns="http://openbox.org/3.4/rc">
+  <focus><focusNew>yes</focusNew><followMouse>no</followMouse></focus>
+  <desktops><number>1</number></desktops>
+  <margins><top>0</top><bottom>0</bottom><left>0</left><right>0</right></margins>
+</openbox_config>
+)";
 
 // The first line that a starting process prints once it is ready; empty when it ends or times
 // out first.
@@ -40,9 +54,24 @@ QString diagnosis(QProcess* process) {
            QString::fromLocal8Bit(process->readAllStandardError().trimmed().split('\n').last());
 }
 
+// Whether a window manager has announced itself on the root window. The check window itself is not
+// read: this connection has no error handler, and a window that vanished would end the process.
+bool windowManagerAnnounced(Display* display) {
+    Atom type = None;
+    int format = 0;
+    unsigned long count = 0, bytesAfter = 0;
+    unsigned char* data = nullptr;
+    XGetWindowProperty(display, DefaultRootWindow(display),
+                       XInternAtom(display, "_NET_SUPPORTING_WM_CHECK", False), 0, 1, False, XA_WINDOW, &type,
+                       &format, &count, &bytesAfter, &data);
+    if (data)
+        XFree(data);
+    return type == XA_WINDOW && count == 1;
+}
+
 } // namespace
 
-LiveDesktopSession::LiveDesktopSession(Bus bus)
+LiveDesktopSession::LiveDesktopSession(Bus bus, WindowManager windowManager)
     : workingDirectory(QDir::tempPath()), env(QProcessEnvironment::systemEnvironment()) {
     // Bus daemons start their services through a helper that leaves them orphans: they come to
     // this process instead of to init, which reaps nothing in some containers.
@@ -65,7 +94,11 @@ LiveDesktopSession::LiveDesktopSession(Bus bus)
     setVariable(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
     setVariable(QStringLiteral("QT_ACCESSIBILITY"), QStringLiteral("1"));
 
-    if (startXServer() && bus == Bus::Accessibility)
+    if (!startXServer())
+        return;
+    if (windowManager == WindowManager::Openbox && !startOpenbox())
+        return;
+    if (bus == Bus::Accessibility)
         startBuses();
 }
 
@@ -171,6 +204,30 @@ bool LiveDesktopSession::startXServer() {
         return fail(QStringLiteral("Xvfb did not report its display: ") + diagnosis(server));
     displayName = QStringLiteral(":") + QString::fromLatin1(number);
     setVariable(QStringLiteral("DISPLAY"), displayName);
+    return true;
+}
+
+bool LiveDesktopSession::startOpenbox() {
+    const QString configFile = workingDirectory + QStringLiteral("/openbox-rc.xml");
+    QFile config(configFile);
+    if (!config.open(QIODevice::WriteOnly) || config.write(kOpenboxConfig) < 0)
+        return fail(QStringLiteral("the openbox configuration cannot be written to ") + configFile);
+    config.close();
+    QProcess* openbox =
+        startService(QStringLiteral("openbox"), QStringLiteral("openbox"),
+                     {QStringLiteral("--config-file"), configFile, QStringLiteral("--sm-disable")});
+    if (!openbox)
+        return false;
+    Display* display = XOpenDisplay(qPrintable(displayName));
+    if (!display)
+        return fail(QStringLiteral("the display %1 cannot be reached").arg(displayName));
+    const bool announced =
+        waitUntil([&] { return openbox->state() != QProcess::Running || windowManagerAnnounced(display); },
+                  kStartTimeoutMs) &&
+        openbox->state() == QProcess::Running;
+    XCloseDisplay(display);
+    if (!announced)
+        return fail(QStringLiteral("openbox did not take the display: ") + diagnosis(openbox));
     return true;
 }
 

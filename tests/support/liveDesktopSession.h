@@ -1,7 +1,8 @@
 #pragma once
 
 // A private headless desktop for the tests of the live desktop: an X server (Xvfb) on a display
-// of its own choosing and, when asked for, a session bus with the accessibility bus on it. The
+// of its own choosing and, when asked for, a window manager (openbox, with a configuration of the
+// session's own) and a session bus with the accessibility bus on it. The
 // test's applications run there, and so can the test's own Xlib and accessibility calls, without
 // ever meeting the desktop of the user who runs the tests.
 //
@@ -26,9 +27,12 @@ class QProcess;
 class LiveDesktopSession {
 public:
     enum class Bus { None, Accessibility };
+    // Openbox: a small window manager that follows the EWMH standard runs on the display.
+    enum class WindowManager { None, Openbox };
 
-    // Starts everything at once; see isReady().
-    explicit LiveDesktopSession(Bus bus = Bus::None);
+    // Starts everything at once; see isReady(). A window manager that is not installed, or that
+    // has not announced itself on the root window in time, makes the session not ready.
+    explicit LiveDesktopSession(Bus bus = Bus::None, WindowManager windowManager = WindowManager::None);
     ~LiveDesktopSession();
     LiveDesktopSession(const LiveDesktopSession&) = delete;
     LiveDesktopSession& operator=(const LiveDesktopSession&) = delete;
@@ -62,6 +66,7 @@ private:
     QProcess* start(const QString& program, const QStringList& arguments, int deathSignal);
     QProcess* startService(const QString& name, const QString& program, const QStringList& arguments);
     bool startXServer();
+    bool startOpenbox();
     bool startBuses();
     std::optional<QByteArray> callSessionBus(const QStringList& arguments) const;
     void reapOrphans();

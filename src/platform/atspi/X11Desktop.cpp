@@ -10,8 +10,13 @@
 
 #include <algorithm>
 #include <climits>
+#include <initializer_list>
 
 namespace {
+
+// The source indication of the window manager's messages: a pager or other tool acting for the
+// user, which managers obey without their focus stealing prevention.
+constexpr long kSourceTool = 2;
 
 // XGetWindowProperty counts in 32-bit units; this asks for any property whole.
 constexpr long kWholeProperty = 0x1fffffff;
@@ -109,6 +114,24 @@ bool queryTree(Display* display, Window window, Window* parent, QList<Window>* c
     return true;
 }
 
+// A client message about a window: to the root for the window manager (EWMH), or to the window
+// itself for the client that made it (ICCCM).
+bool sendMessage(Display* display, Window destination, long eventMask, Window about, Atom type,
+                 std::initializer_list<long> data) {
+    XEvent event{};
+    event.xclient.type = ClientMessage;
+    event.xclient.window = about;
+    event.xclient.message_type = type;
+    event.xclient.format = 32;
+    std::copy(data.begin(), data.end(), event.xclient.data.l);
+    return XSendEvent(display, destination, False, eventMask, &event) != 0;
+}
+
+bool sendToWindowManager(Display* display, Window about, Atom type, std::initializer_list<long> data) {
+    return sendMessage(display, DefaultRootWindow(display), SubstructureRedirectMask | SubstructureNotifyMask,
+                       about, type, data);
+}
+
 struct Ranked {
     Window window;
     int rank; // the place of its top-level among the root's children, bottom to top
@@ -129,6 +152,12 @@ struct X11Desktop::Atoms {
     const Atom netSupportingWmCheck = intern("_NET_SUPPORTING_WM_CHECK");
     const Atom netWmState = intern("_NET_WM_STATE");
     const Atom netWmStateHidden = intern("_NET_WM_STATE_HIDDEN");
+    const Atom netWmStateMaximizedVert = intern("_NET_WM_STATE_MAXIMIZED_VERT");
+    const Atom netWmStateMaximizedHorz = intern("_NET_WM_STATE_MAXIMIZED_HORZ");
+    const Atom netActiveWindow = intern("_NET_ACTIVE_WINDOW");
+    const Atom netCloseWindow = intern("_NET_CLOSE_WINDOW");
+    const Atom wmProtocols = intern("WM_PROTOCOLS");
+    const Atom wmDeleteWindow = intern("WM_DELETE_WINDOW");
 };
 
 std::unique_ptr<X11Desktop> X11Desktop::open(const QString& displayName) {
@@ -173,10 +202,9 @@ QList<WindowInfo> X11Desktop::windows() {
 // position of the clients' frames.
 QList<X11Desktop::XWindow> X11Desktop::stackingOrder() {
     const Window root = DefaultRootWindow(display);
-    // A manager that has gone leaves its check window's id behind, no longer naming itself.
-    const Window check = windowIn(display, root, atoms->netSupportingWmCheck);
+    const Window check = managerCheckWindow();
     Property clients;
-    const bool managed = check != None && windowIn(display, check, atoms->netSupportingWmCheck) == check &&
+    const bool managed = check != None &&
                          readProperty(display, root, atoms->netClientListStacking, &clients) &&
                          clients.type == XA_WINDOW && clients.format == 32;
 
@@ -189,6 +217,8 @@ QList<X11Desktop::XWindow> X11Desktop::stackingOrder() {
     for (int rank = 0; rank < topLevels.size(); ++rank) {
         const Window topLevel = topLevels[rank];
         rankOf.insert(topLevel, rank);
+        if (topLevel == check)
+            continue; // some managers map it, out of sight
         XWindowAttributes attributes;
         if (!XGetWindowAttributes(display, topLevel, &attributes) || attributes.c_class == InputOnly)
             continue;
@@ -303,11 +333,15 @@ bool X11Desktop::isIconic(XWindow window) {
     if (readProperty(display, window, atoms->wmState, &state) && state.format == 32 && state.count > 0 &&
         state.items()[0] == IconicState)
         return true;
-    Property netState;
-    if (!readProperty(display, window, atoms->netWmState, &netState) || !netState.hasItems(XA_ATOM))
-        return false;
-    const long* end = netState.items() + netState.count;
-    return std::find(netState.items(), end, long(atoms->netWmStateHidden)) != end;
+    return atomList(window, atoms->netWmState).contains(atoms->netWmStateHidden);
+}
+
+// The atoms of a property that lists them (_NET_WM_STATE, WM_PROTOCOLS); empty when it is not set.
+QList<unsigned long> X11Desktop::atomList(XWindow window, unsigned long name) {
+    Property list;
+    if (!readProperty(display, window, name, &list) || !list.hasItems(XA_ATOM))
+        return {};
+    return QList<unsigned long>(list.items(), list.items() + list.count);
 }
 
 QList<ScreenInfo> X11Desktop::screens() {
@@ -345,4 +379,99 @@ CGPoint X11Desktop::mousePosition() {
     // False only when the pointer is on another X screen; its position there is still the answer.
     XQueryPointer(display, DefaultRootWindow(display), &root, &child, &x, &y, &windowX, &windowY, &buttons);
     return lost ? CGPointMake(0, 0) : CGPointMake(x, y);
+}
+
+// The window by which a running manager shows itself; None when none runs. A manager that has
+// gone leaves its check window's id behind, no longer naming itself.
+X11Desktop::XWindow X11Desktop::managerCheckWindow() {
+    const Window check = windowIn(display, DefaultRootWindow(display), atoms->netSupportingWmCheck);
+    return check != None && windowIn(display, check, atoms->netSupportingWmCheck) == check ? check : None;
+}
+
+bool X11Desktop::hasWindowManager() {
+    if (lost)
+        return false;
+    ErrorTrap trap(display);
+    const bool runs = managerCheckWindow() != None;
+    return runs && !lost;
+}
+
+// Makes the requests of an action on a window that exists, and returns once the server has
+// handled them: a window that vanishes meanwhile fails them, and the result says so.
+bool X11Desktop::act(CGWindowID id, const std::function<bool(XWindow window, bool managed)>& requests) {
+    if (lost || id == 0)
+        return false;
+    ErrorTrap trap(display);
+    XWindowAttributes attributes;
+    if (!XGetWindowAttributes(display, id, &attributes))
+        return false;
+    const bool managed = managerCheckWindow() != None;
+    const int errorsBefore = trap.errors();
+    const bool made = requests(id, managed);
+    XSync(display, False);
+    return made && trap.errors() == errorsBefore && !lost;
+}
+
+bool X11Desktop::activate(CGWindowID window) {
+    return act(window, [this](XWindow window, bool managed) {
+        if (managed)
+            return sendToWindowManager(display, window, atoms->netActiveWindow,
+                                       {kSourceTool, CurrentTime, None});
+        // The window may be nested in a top-level of its own (left behind by a manager).
+        const Window topLevel = topLevelOf(window);
+        if (topLevel != window)
+            XMapWindow(display, window);
+        XMapRaised(display, topLevel);
+        XSetInputFocus(display, window, RevertToParent, CurrentTime);
+        return true;
+    });
+}
+
+// Without a manager nothing listens to WM_CHANGE_STATE and no window is iconic: unmapped is what
+// leaves the screen. Toolkits see an unmap that they did not ask for; GTK then reports the window
+// iconified, Qt as no longer exposed.
+bool X11Desktop::setMinimized(CGWindowID window, bool minimized) {
+    if (!minimized)
+        return activate(window);
+    return act(window, [this](XWindow window, bool managed) {
+        if (managed)
+            return XIconifyWindow(display, window, DefaultScreen(display)) != 0;
+        XUnmapWindow(display, topLevelOf(window));
+        return true;
+    });
+}
+
+// Without a manager nothing holds a window maximized: a _NET_WM_STATE then is a request that no
+// one carried out, or what a manager that has gone left behind.
+bool X11Desktop::isMaximized(CGWindowID window) {
+    if (lost || window == 0)
+        return false;
+    ErrorTrap trap(display);
+    const QList<unsigned long> state =
+        managerCheckWindow() != None ? atomList(window, atoms->netWmState) : QList<unsigned long>();
+    return state.contains(atoms->netWmStateMaximizedVert) && state.contains(atoms->netWmStateMaximizedHorz) &&
+           !lost;
+}
+
+// Refused without a manager: there is no title bar with a zoom button, and a window resized
+// behind its application's back could not be told from one that the application sized itself.
+bool X11Desktop::setMaximized(CGWindowID window, bool maximized) {
+    return act(window, [this, maximized](XWindow window, bool managed) {
+        return managed && sendToWindowManager(display, window, atoms->netWmState,
+                                              {maximized ? 1 : 0, long(atoms->netWmStateMaximizedVert),
+                                               long(atoms->netWmStateMaximizedHorz), kSourceTool});
+    });
+}
+
+// Only a window that takes WM_DELETE_WINDOW is asked; for any other, a manager's close kills its
+// whole client, with every window and what is unsaved in them, and that is refused here.
+bool X11Desktop::close(CGWindowID window) {
+    return act(window, [this](XWindow window, bool managed) {
+        if (!atomList(window, atoms->wmProtocols).contains(atoms->wmDeleteWindow))
+            return false;
+        if (managed)
+            return sendToWindowManager(display, window, atoms->netCloseWindow, {CurrentTime, kSourceTool});
+        return sendMessage(display, window, NoEventMask, window, atoms->wmProtocols,
+                           {long(atoms->wmDeleteWindow), CurrentTime});
+    });
 }

@@ -9,7 +9,8 @@
 // application draws and reports over the accessibility bus, without decorations or X border.
 // Mapped override-redirect windows (menus, tooltips, drag icons) are listed at their place in
 // the stacking order: they are on screen and cover what lies below them. Unmapped ones are left
-// out, as toolkits keep many of them around for reuse.
+// out, as toolkits keep many of them around for reuse, and so is the window manager's check
+// window, which some managers map out of sight.
 //
 // A window is on screen when it is viewable and neither iconic (WM_STATE) nor hidden
 // (_NET_WM_STATE_HIDDEN). Windows and the pointer are those of the display's default screen.
@@ -23,6 +24,7 @@
 #include <QList>
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 struct _XDisplay;
@@ -41,6 +43,25 @@ public:
     QList<ScreenInfo> screens();
     CGPoint mousePosition();
 
+    // Whether a window manager that follows the EWMH standard runs: the root window's
+    // _NET_SUPPORTING_WM_CHECK names a live window that names itself.
+    bool hasWindowManager();
+
+    // Acting on a window (an id of windows()). Through the window manager's standard messages
+    // when one runs, else directly on the window with plain X11. False when the window is
+    // unknown or the request could not be made; the window manager may still carry it out later.
+    // Raises the window and gives it the input focus.
+    bool activate(CGWindowID window);
+    // Iconifies (without a manager: unmaps), or maps and activates again.
+    bool setMinimized(CGWindowID window, bool minimized);
+    // Maximized both ways by a running manager.
+    bool isMaximized(CGWindowID window);
+    // False without a manager.
+    bool setMaximized(CGWindowID window, bool maximized);
+    // Asks the window to close, as its title bar's close button would. False for a window that
+    // does not take WM_DELETE_WINDOW: it cannot be asked, only killed with its whole client.
+    bool close(CGWindowID window);
+
     // False once the connection to the server has broken; every query then answers empty.
     bool isConnected() const { return !lost; }
 
@@ -56,6 +77,9 @@ private:
     bool describe(XWindow window, WindowInfo* info);
     QString title(XWindow window);
     bool isIconic(XWindow window);
+    QList<unsigned long> atomList(XWindow window, unsigned long name);
+    XWindow managerCheckWindow();
+    bool act(CGWindowID id, const std::function<bool(XWindow window, bool managed)>& requests);
 
     _XDisplay* display;
     std::unique_ptr<Atoms> atoms;
