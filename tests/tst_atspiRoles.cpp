@@ -100,6 +100,32 @@ private Q_SLOTS:
                  axRole == "AXWindow");
     }
 
+    // GTK's header bar names its window controls; any other name is no title-bar button.
+    void titleBarButtons_data() {
+        QTest::addColumn<QString>("accessibleName");
+        QTest::addColumn<QString>("attribute");
+        QTest::newRow("minimize") << "Minimize"
+                                  << "AXMinimizeButton";
+        QTest::newRow("maximize") << "Maximize"
+                                  << "AXZoomButton";
+        QTest::newRow("restore (of a maximized window)") << "Restore"
+                                                         << "AXZoomButton";
+        QTest::newRow("close") << "Close"
+                               << "AXCloseButton";
+        QTest::newRow("other case") << "close"
+                                    << "";
+        QTest::newRow("longer name") << "Close Tab"
+                                     << "";
+        QTest::newRow("empty") << ""
+                               << "";
+    }
+
+    void titleBarButtons() {
+        QFETCH(QString, accessibleName);
+        QFETCH(QString, attribute);
+        QCOMPARE(axTitleBarButtonName(titleBarButtonNamed(accessibleName)), attribute);
+    }
+
     void actionNames_data() {
         QTest::addColumn<QStringList>("toolkit");
         QTest::addColumn<QStringList>("ax");

@@ -18,12 +18,25 @@ namespace {
 
 const QString factoryProgram = QStringLiteral("gtk3-widget-factory");
 
-// Children whose own parent is another element, as the application tells them over the bus.
+bool isShowing(AtspiAccessible* accessible) {
+    AtspiStateSet* states = atspi_accessible_get_state_set(accessible);
+    const bool showing = states && atspi_state_set_contains(states, ATSPI_STATE_SHOWING);
+    if (states)
+        g_object_unref(states);
+    return showing;
+}
+
+// Shown children whose own parent is another element, as the application tells them over the
+// bus.
 int disagreementsBelow(AtspiAccessible* node, int depth = 0) {
     int count = 0;
     const int size = atspi_accessible_get_child_count(node, nullptr);
     for (int i = 0; i < size; ++i) {
         AtspiAccessible* child = atspi_accessible_get_child_at_index(node, i, nullptr);
+        if (child && !isShowing(child)) {
+            g_object_unref(child);
+            continue;
+        }
         if (!child)
             continue;
         AtspiAccessible* parent = atspi_accessible_get_parent(child, nullptr);
@@ -108,9 +121,11 @@ private Q_SLOTS:
         int children = 0;
         int disagreements = 0;
         int withoutRole = 0;
+        int miscounted = 0;
         for (AXUIElementRef element : std::as_const(elements)) {
             withoutRole += UIElementRole(element).isEmpty() ? 1 : 0;
             Ref<CFArrayRef> listed(static_cast<CFArrayRef>(copyAttributeNamed(element, "AXChildren")));
+            miscounted += UIElementChildrenCount(element) == (listed ? CFArrayGetCount(listed) : 0) ? 0 : 1;
             for (CFIndex i = 0; listed && i < CFArrayGetCount(listed); ++i) {
                 Ref<CFTypeRef> parent(copyAttributeNamed(
                     static_cast<AXUIElementRef>(CFArrayGetValueAtIndex(listed, i)), "AXParent"));
@@ -122,6 +137,7 @@ private Q_SLOTS:
             CFRelease(element);
         QVERIFY(elements.size() > 100);
         QCOMPARE(withoutRole, 0);
+        QCOMPARE(miscounted, 0);
         QCOMPARE(disagreements, toolkitDisagreements());
         QVERIFY(disagreements < children / 10);
 
@@ -152,7 +168,7 @@ private Q_SLOTS:
                                        << "AXToggle";
         QTest::newRow("header bar button") << "AXButton"
                                            << "Close"
-                                           << "";
+                                           << "AXCloseButton";
     }
 
     void rolesAndTitles() {
@@ -215,6 +231,118 @@ private Q_SLOTS:
         Ref<CFStringRef> text(CFStringCreateWithQString("typed by the test"));
         QCOMPARE(AXUIElementSetAttributeValue(field, value, text), kAXErrorSuccess);
         QCOMPARE(UIElementAttributeValue(field, "AXValue").toString(), QString("typed by the test"));
+    }
+
+    // What the user cannot see is not in the tree: a closed menu's items, a popover's content.
+    // Pressing the button that opens them lists them; pressing it again takes them away.
+    void onlyWhatIsShownIsListed_data() {
+        QTest::addColumn<QString>("openerRole");
+        QTest::addColumn<QString>("openerTitle");
+        QTest::addColumn<QString>("shownRole");
+        QTest::addColumn<QString>("shownTitle");
+        QTest::newRow("combo box menu") << "AXPopUpButton"
+                                        << "Left"
+                                        << "AXMenuItem"
+                                        << "Middle";
+        QTest::newRow("popover of the header bar") << "AXCheckBox"
+                                                   << "Menu"
+                                                   << "AXButton"
+                                                   << "Get Busy";
+    }
+
+    void onlyWhatIsShownIsListed() {
+        QFETCH(QString, openerRole);
+        QFETCH(QString, openerTitle);
+        QFETCH(QString, shownRole);
+        QFETCH(QString, shownTitle);
+        Ref<AXUIElementRef> opener(find(openerRole, openerTitle));
+        QVERIFY(opener);
+        const auto shown = [&] {
+            Ref<AXUIElementRef> element(find(shownRole, shownTitle));
+            return element != nullptr;
+        };
+        QVERIFY(!shown());
+        Ref<CFStringRef> press(createAXName("AXPress"));
+        QCOMPARE(AXUIElementPerformAction(opener, press), kAXErrorSuccess);
+        QVERIFY(LiveDesktopSession::waitUntil(shown));
+        QCOMPARE(AXUIElementPerformAction(opener, press), kAXErrorSuccess);
+        QVERIFY(LiveDesktopSession::waitUntil([&] { return !shown(); }));
+    }
+
+    // A notebook shows the page of its selected tab only.
+    void anUnselectedTabHasNoPage() {
+        Ref<AXUIElementRef> selected(find("AXRadioButton", "page 1"));
+        Ref<AXUIElementRef> unselected(find("AXRadioButton", "page 2"));
+        QVERIFY(selected && unselected);
+        QCOMPARE(UIElementGetStringAttribute(unselected, CFSTR("AXSubrole")), QString("AXTabButton"));
+        QCOMPARE(UIElementChildrenCount(selected), 1L);
+        QCOMPARE(UIElementChildrenCount(unselected), 0L);
+        Ref<CFArrayRef> children(static_cast<CFArrayRef>(copyAttributeNamed(unselected, "AXChildren")));
+        QVERIFY(children);
+        QCOMPARE(CFArrayGetCount(children), CFIndex(0));
+    }
+
+    // GTK draws the header bar's window controls itself; they are the window's title-bar buttons,
+    // by attribute and by subrole.
+    void theHeaderBarHasTheTitleBarButtons_data() {
+        QTest::addColumn<QString>("attribute");
+        QTest::addColumn<QString>("title");
+        QTest::newRow("minimize") << "AXMinimizeButton"
+                                  << "Minimize";
+        QTest::newRow("zoom") << "AXZoomButton"
+                              << "Maximize";
+        QTest::newRow("close") << "AXCloseButton"
+                               << "Close";
+    }
+
+    void theHeaderBarHasTheTitleBarButtons() {
+        QFETCH(QString, attribute);
+        QFETCH(QString, title);
+        Ref<CFTypeRef> window(copyAttributeNamed(application, "AXMainWindow"));
+        QVERIFY(window);
+        const auto windowElement = static_cast<AXUIElementRef>(CFTypeRef(window));
+        Ref<CFArrayRef> names;
+        QCOMPARE(AXUIElementCopyAttributeNames(windowElement, names.out()), kAXErrorSuccess);
+        Ref<CFStringRef> attributeName(CFStringCreateWithQString(attribute));
+        QVERIFY(CFArrayContainsValue(names, CFRangeMake(0, CFArrayGetCount(names)), attributeName));
+        Ref<CFTypeRef> button(copyAttributeNamed(windowElement, qPrintable(attribute)));
+        QVERIFY(button);
+        const auto buttonElement = static_cast<AXUIElementRef>(CFTypeRef(button));
+        QCOMPARE(UIElementRole(buttonElement), QString("AXButton"));
+        QCOMPARE(UIElementTitle(buttonElement), title);
+        QVERIFY(UIElementRect(buttonElement).isValid());
+        Ref<AXUIElementRef> bySubrole(findElement(windowElement, [&](AXUIElementRef element) {
+            return UIElementGetStringAttribute(element, CFSTR("AXSubrole")) == attribute;
+        }));
+        QVERIFY(bySubrole && CFEqual(bySubrole, button));
+        // A button of the same name elsewhere is no title-bar button.
+        Ref<AXUIElementRef> other(find("AXButton", "Sans Regular"));
+        QVERIFY(other);
+        QCOMPARE(UIElementGetStringAttribute(other, CFSTR("AXSubrole")), QString());
+    }
+
+    // The window server minimizes, restores and raises the window; no window manager runs here.
+    void theWindowMinimizesAndComesBack() {
+        Ref<CFTypeRef> window(copyAttributeNamed(application, "AXMainWindow"));
+        QVERIFY(window);
+        const auto windowElement = static_cast<AXUIElementRef>(CFTypeRef(window));
+        Ref<CFStringRef> minimized(createAXName("AXMinimized"));
+        Boolean settable = false;
+        QCOMPARE(AXUIElementIsAttributeSettable(windowElement, minimized, &settable), kAXErrorSuccess);
+        QVERIFY(settable);
+        QCOMPARE(AXUIElementSetAttributeValue(windowElement, minimized, kCFBooleanTrue), kAXErrorSuccess);
+        QVERIFY(LiveDesktopSession::waitUntil(
+            [&] { return UIElementAttributeValue(windowElement, "AXMinimized") == QVariant(true); }));
+        // Still the application's window, minimized.
+        QCOMPARE(UIElementChildrenCount(application), 1L);
+        QCOMPARE(AXUIElementSetAttributeValue(windowElement, minimized, kCFBooleanFalse), kAXErrorSuccess);
+        QVERIFY(LiveDesktopSession::waitUntil(
+            [&] { return UIElementAttributeValue(windowElement, "AXMinimized") == QVariant(false); }));
+        QVERIFY(UIElementActionNames(windowElement).contains("AXRaise"));
+        Ref<CFStringRef> raise(createAXName("AXRaise"));
+        QCOMPARE(AXUIElementPerformAction(windowElement, raise), kAXErrorSuccess);
+        QVERIFY(LiveDesktopSession::waitUntil(
+            [&] { return UIElementAttributeValue(windowElement, "AXMain") == QVariant(true); }));
     }
 
     // A hung application fails reads with kAXErrorCannotComplete and is asked again once it is

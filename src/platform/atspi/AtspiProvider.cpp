@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <utility>
 
 using VirtualDesktopModel::booleanValue;
 using VirtualDesktopModel::elementValue;
@@ -104,18 +105,22 @@ pid_t AtspiProvider::pidOf(AtspiAccessible* accessible) {
     return pid;
 }
 
-Element AtspiProvider::elementFor(AtspiAccessible* accessible, std::optional<bool> topLevel) {
+Element AtspiProvider::elementFor(AtspiAccessible* accessible, std::optional<bool> topLevel,
+                                  TitleBarButton windowButton) {
     const pid_t pid = pidOf(accessible);
     AtspiReader reader(accessible);
     if (reader.isApplication())
         return Element{idForKey(applicationKey(pid)), pid};
-    const QByteArray key = reader.key();
+    QByteArray key = reader.key();
+    if (windowButton != TitleBarButton::None)
+        key += '\n' + axTitleBarButtonName(windowButton).toLatin1();
     const ElementId id = idForKey(key);
     Known& entry = known[id];
     if (!entry.accessible) {
         entry.accessible = retained(accessible).release();
         entry.pid = pid;
         entry.key = key;
+        entry.windowButton = windowButton;
     }
     if (topLevel)
         entry.topLevel = topLevel;
@@ -208,12 +213,15 @@ template <typename Work> AXError AtspiProvider::withReader(const Element& elemen
     if (interfaceCache.size() > maximumCachedInterfaces)
         interfaceCache.clear();
     AtspiReader reader(accessible, &interfaceCache);
-    if (const Known* entry = known.contains(element.id) ? &known[element.id] : nullptr;
-        entry && entry->topLevel)
+    const Known* entry = known.contains(element.id) ? &known[element.id] : nullptr;
+    if (entry && entry->topLevel)
         reader.markTopLevel(*entry->topLevel);
     if (!mayAsk(reader))
         return kAXErrorCannotComplete;
+    const TitleBarButton outerButton =
+        std::exchange(askedWindowButton, entry ? entry->windowButton : TitleBarButton::None);
     const AXError result = work(reader);
+    askedWindowButton = outerButton;
     noteOutcome(reader);
     if (result == kAXErrorInvalidUIElement)
         forget(element);
@@ -230,6 +238,8 @@ static bool topLevelWindow(AtspiAccessible* child) {
 }
 
 AXError AtspiProvider::readAttribute(AtspiReader& r, const QString& attribute, Value* value) {
+    if (askedWindowButton != TitleBarButton::None)
+        return readWindowButtonAttribute(r, askedWindowButton, attribute, value);
     const auto unsupported = kAXErrorAttributeUnsupported;
     const auto element = [&](const AccessibleRef& accessible) {
         return accessible ? std::optional<Value>(elementValue(elementFor(accessible.get()))) : std::nullopt;
@@ -245,7 +255,11 @@ AXError AtspiProvider::readAttribute(AtspiReader& r, const QString& attribute, V
     if (attribute == QLatin1String("AXRole"))
         return answer(r, stringValue(r.axRole()), value);
     if (attribute == QLatin1String("AXSubrole"))
-        return answer(r, optionalText(axSubroleForAtspiRole(r.role())), value, unsupported);
+        return answer(r,
+                      optionalText(r.role() == ATSPI_ROLE_PUSH_BUTTON
+                                       ? axTitleBarButtonName(r.titleBarButton())
+                                       : axSubroleForAtspiRole(r.role())),
+                      value, unsupported);
     if (attribute == QLatin1String("AXRoleDescription"))
         return answer(r, stringValue(r.localizedRoleName()), value);
     if (attribute == QLatin1String("AXTitle"))
@@ -281,8 +295,10 @@ AXError AtspiProvider::readAttribute(AtspiReader& r, const QString& attribute, V
     if (attribute == QLatin1String("AXValue"))
         return answer(r, r.value(), value, unsupported);
     if (attribute == QLatin1String("AXChildren"))
-        // An application's children are its windows on screen.
-        return answer(r, elements(r.children(), r.isApplication()), value);
+        // An application's children are its windows on screen or minimized; any other element's
+        // the children that are shown.
+        return answer(
+            r, r.isApplication() ? elements(r.children(), true) : elements(r.shownChildren(), false), value);
     if (attribute == QLatin1String("AXEnabled"))
         return answer(r, booleanValue(r.hasState(ATSPI_STATE_ENABLED) || r.hasState(ATSPI_STATE_SENSITIVE)),
                       value);
@@ -308,6 +324,14 @@ AXError AtspiProvider::readAttribute(AtspiReader& r, const QString& attribute, V
         return answer(r, booleanValue(r.hasState(ATSPI_STATE_ACTIVE)), value);
     if (window && attribute == QLatin1String("AXMinimized"))
         return answer(r, booleanValue(r.hasState(ATSPI_STATE_ICONIFIED)), value);
+    if (window) {
+        for (TitleBarButton button : titleBarButtons) {
+            if (attribute != axTitleBarButtonName(button))
+                continue;
+            const std::optional<Element> found = titleBarButtonOf(r, button);
+            return answer(r, found ? std::optional<Value>(elementValue(*found)) : std::nullopt, value);
+        }
+    }
     if (!window && attribute == QLatin1String("AXWindow"))
         return answer(r, element(r.window()), value);
     return r.error() != kAXErrorSuccess ? r.error() : unsupported;
@@ -322,9 +346,17 @@ QStringList AtspiProvider::attributeNames(AtspiReader& r) {
         return names << QStringLiteral("AXWindows") << QStringLiteral("AXFocusedWindow")
                      << QStringLiteral("AXMainWindow") << QStringLiteral("AXFrontmost")
                      << QStringLiteral("AXFocusedUIElement");
+    if (askedWindowButton != TitleBarButton::None)
+        return {
+            QStringLiteral("AXRole"),    QStringLiteral("AXSubrole"),     QStringLiteral("AXRoleDescription"),
+            QStringLiteral("AXTitle"),   QStringLiteral("AXDescription"), QStringLiteral("AXChildren"),
+            QStringLiteral("AXEnabled"), QStringLiteral("AXFocused"),     QStringLiteral("AXParent"),
+            QStringLiteral("AXWindow")};
     names << QStringLiteral("AXParent");
     if (r.isWindow())
-        names << QStringLiteral("AXMain") << QStringLiteral("AXMinimized");
+        names << QStringLiteral("AXMain") << QStringLiteral("AXMinimized")
+              << QStringLiteral("AXMinimizeButton") << QStringLiteral("AXZoomButton")
+              << QStringLiteral("AXCloseButton");
     else
         names << QStringLiteral("AXWindow");
     // The rest where the element has them.
@@ -403,8 +435,9 @@ AXError AtspiProvider::attributeValueCount(const Element& element, const QString
     if (element.isSystemWide())
         return kAXErrorIllegalArgument;
     return withReader(element, [&](AtspiReader& reader) {
-        if (attribute == QLatin1String("AXChildren") && !reader.isApplication()) {
-            *count = CFIndex(reader.childCount());
+        if (attribute == QLatin1String("AXChildren") && !reader.isApplication() &&
+            askedWindowButton == TitleBarButton::None) {
+            *count = CFIndex(reader.shownChildren().size());
             return reader.error();
         }
         Value found;
@@ -424,12 +457,18 @@ AXError AtspiProvider::isAttributeSettable(const Element& element, const QString
         return kAXErrorSuccess;
     }
     return withReader(element, [&](AtspiReader& reader) {
-        if (attribute == QLatin1String("AXValue"))
+        if (askedWindowButton != TitleBarButton::None)
+            *settable = false;
+        else if (attribute == QLatin1String("AXValue"))
             *settable = reader.hasState(ATSPI_STATE_EDITABLE) ||
                         (reader.value() && !reader.hasState(ATSPI_STATE_READ_ONLY) &&
                          reader.value()->kind == Value::Kind::Double);
         else if (attribute == QLatin1String("AXFocused"))
             *settable = reader.hasState(ATSPI_STATE_FOCUSABLE);
+        else if (attribute == QLatin1String("AXFrontmost"))
+            *settable = reader.isApplication() && x11;
+        else if (attribute == QLatin1String("AXMinimized"))
+            *settable = !reader.isApplication() && reader.isWindow() && x11;
         else
             *settable = false;
         return reader.error();
@@ -440,10 +479,15 @@ AXError AtspiProvider::setAttributeValue(const Element& element, const QString& 
     if (element.isSystemWide())
         return kAXErrorAttributeUnsupported;
     return withReader(element, [&](AtspiReader& reader) -> AXError {
+        if (askedWindowButton != TitleBarButton::None)
+            return kAXErrorAttributeUnsupported;
+        Value wanted;
+        const bool valid = VirtualDesktopModel::valueFromCF(value, *this, &wanted);
+        if (attribute == QLatin1String("AXFrontmost") || attribute == QLatin1String("AXMinimized"))
+            return valid ? setWindowAttribute(reader, attribute, wanted) : kAXErrorIllegalArgument;
         bool done = false;
         if (attribute == QLatin1String("AXValue")) {
-            Value wanted;
-            if (!VirtualDesktopModel::valueFromCF(value, *this, &wanted))
+            if (!valid)
                 return kAXErrorIllegalArgument;
             if (wanted.kind == Value::Kind::String)
                 done = reader.setText(wanted.text);
@@ -469,7 +513,7 @@ AXError AtspiProvider::copyActionNames(const Element& element, QStringList* name
         return kAXErrorSuccess;
     }
     return withReader(element, [&](AtspiReader& reader) {
-        *names = axActionNames(reader.toolkitActionNames());
+        *names = actionNames(reader);
         return reader.error();
     });
 }
@@ -479,27 +523,55 @@ AXError AtspiProvider::copyActionDescription(const Element& element, const QStri
     if (element.isSystemWide())
         return kAXErrorActionUnsupported;
     return withReader(element, [&](AtspiReader& reader) -> AXError {
-        const int index = reader.actionIndex(action);
-        if (index >= 0)
+        // The actions of the window server have the AX descriptions.
+        static const QHash<QString, QString> ownDescriptions{
+            {QStringLiteral("AXRaise"), QStringLiteral("raise")},
+            {QStringLiteral("AXPress"), QStringLiteral("press")},
+            {QStringLiteral("AXZoomWindow"), QStringLiteral("zoom")}};
+        const bool own = (askedWindowButton != TitleBarButton::None || action == QLatin1String("AXRaise")) &&
+                         actionNames(reader).contains(action);
+        const int index = own ? -1 : reader.actionIndex(action);
+        if (own)
+            *description = ownDescriptions.value(action);
+        else if (index >= 0)
             *description = reader.actionDescription(index);
         if (reader.error() != kAXErrorSuccess)
             return reader.error();
-        return index < 0 ? kAXErrorActionUnsupported : kAXErrorSuccess;
+        return index < 0 && !own ? kAXErrorActionUnsupported : kAXErrorSuccess;
     });
 }
 
 AXError AtspiProvider::performAction(const Element& element, const QString& action) {
     if (element.isSystemWide())
         return kAXErrorActionUnsupported;
-    return withReader(element, [&](AtspiReader& reader) -> AXError {
-        const int index = reader.actionIndex(action);
-        const bool done = index >= 0 && reader.doAction(index);
-        if (reader.error() != kAXErrorSuccess)
-            return reader.error();
-        if (index < 0)
-            return kAXErrorActionUnsupported;
-        return done ? kAXErrorSuccess : kAXErrorCannotComplete;
-    });
+    return withReader(element, [&](AtspiReader& reader) { return perform(reader, action); });
+}
+
+QStringList AtspiProvider::actionNames(AtspiReader& reader) {
+    if (askedWindowButton == TitleBarButton::Zoom)
+        return {QStringLiteral("AXPress"), QStringLiteral("AXZoomWindow")};
+    if (askedWindowButton != TitleBarButton::None)
+        return {QStringLiteral("AXPress")};
+    QStringList names = axActionNames(reader.toolkitActionNames());
+    // Every window can be raised through the window server.
+    if (x11 && !reader.isApplication() && reader.isWindow() && !names.contains(QLatin1String("AXRaise")))
+        names.prepend(QStringLiteral("AXRaise"));
+    return names;
+}
+
+AXError AtspiProvider::perform(AtspiReader& reader, const QString& action) {
+    if (askedWindowButton != TitleBarButton::None)
+        return actionNames(reader).contains(action) ? pressWindowButton(reader, askedWindowButton)
+                                                    : kAXErrorActionUnsupported;
+    if (x11 && action == QLatin1String("AXRaise") && !reader.isApplication() && reader.isWindow())
+        return actOnX11Window(reader, [&](CGWindowID id) { return x11->activate(id); });
+    const int index = reader.actionIndex(action);
+    const bool done = index >= 0 && reader.doAction(index);
+    if (reader.error() != kAXErrorSuccess)
+        return reader.error();
+    if (index < 0)
+        return kAXErrorActionUnsupported;
+    return done ? kAXErrorSuccess : kAXErrorCannotComplete;
 }
 
 AXError AtspiProvider::elementAtPosition(const Element& scope, CGPoint point, Element* hit) {
@@ -554,6 +626,14 @@ AXError AtspiProvider::elementAtPosition(const Element& scope, CGPoint point, El
             return reader.error();
         if (!child || child.get() == current.get())
             break;
+        // Only what is shown: a toolkit may report a hidden child whose last extents hold the point.
+        AtspiReader childReader(child.get(), &interfaceCache);
+        const bool shown = childReader.hasState(ATSPI_STATE_SHOWING);
+        noteOutcome(childReader);
+        if (childReader.error() == kAXErrorCannotComplete)
+            return childReader.error();
+        if (!shown)
+            break;
         current = std::move(child);
     }
     *hit = elementFor(current.get());
@@ -568,18 +648,134 @@ AXError AtspiProvider::windowOfElement(const Element& element, CGWindowID* windo
         if (!window || !x11)
             return kAXErrorNoValue;
         AtspiReader windowReader(window.get(), &interfaceCache);
-        const std::optional<CGRect> frame = windowReader.frame();
-        const QString title = windowReader.name();
+        const std::optional<CGWindowID> found = x11WindowOf(windowReader, element.pid);
         if (windowReader.error() != kAXErrorSuccess)
             return windowReader.error();
-        for (const WindowInfo& candidate : x11->windows()) {
-            if (candidate.owner == element.pid && frame && sameFrame(candidate.frame, *frame) &&
-                (title.isEmpty() || candidate.title == title)) {
-                *windowID = candidate.id;
-                return kAXErrorSuccess;
-            }
+        if (!found)
+            return kAXErrorNoValue;
+        *windowID = *found;
+        return kAXErrorSuccess;
+    });
+}
+
+std::optional<CGWindowID> AtspiProvider::x11WindowOf(AtspiReader& window, pid_t pid) {
+    if (!x11)
+        return std::nullopt;
+    const std::optional<CGRect> frame = window.frame();
+    const QString title = window.name();
+    if (window.error() != kAXErrorSuccess)
+        return std::nullopt;
+    std::optional<CGWindowID> sameTitle;
+    int sameTitleCount = 0;
+    for (const WindowInfo& candidate : x11->windows()) {
+        if (candidate.owner != pid)
+            continue;
+        if (frame && sameFrame(candidate.frame, *frame) && (title.isEmpty() || candidate.title == title))
+            return candidate.id;
+        if (!title.isEmpty() && candidate.title == title) {
+            sameTitle = candidate.id;
+            ++sameTitleCount;
         }
-        return kAXErrorNoValue;
+    }
+    return sameTitleCount == 1 ? sameTitle : std::nullopt;
+}
+
+template <typename Act> AXError AtspiProvider::actOnX11Window(AtspiReader& window, Act act) {
+    const std::optional<CGWindowID> id = x11WindowOf(window, pidOf(window.accessible()));
+    if (window.error() != kAXErrorSuccess)
+        return window.error();
+    return id && act(*id) ? kAXErrorSuccess : kAXErrorCannotComplete;
+}
+
+AXError AtspiProvider::setWindowAttribute(AtspiReader& reader, const QString& attribute,
+                                          const Value& wanted) {
+    if (wanted.kind != Value::Kind::Boolean)
+        return kAXErrorIllegalArgument;
+    if (attribute == QLatin1String("AXMinimized")) {
+        if (reader.isApplication() || !reader.isWindow())
+            return reader.error() != kAXErrorSuccess ? reader.error() : kAXErrorAttributeUnsupported;
+        return actOnX11Window(reader, [&](CGWindowID id) { return x11->setMinimized(id, wanted.boolean); });
+    }
+    // AXFrontmost: an application comes to the front with its frontmost window on screen. Nothing
+    // on this desktop sends an application to the back.
+    if (!reader.isApplication())
+        return kAXErrorAttributeUnsupported;
+    if (!wanted.boolean)
+        return kAXErrorIllegalArgument;
+    if (!x11)
+        return kAXErrorCannotComplete;
+    // The X11 windows of its accessible windows on screen; the window server's stacking tells
+    // which is in front. Its menus and tooltips are no windows to activate.
+    const pid_t pid = pidOf(reader.accessible());
+    QList<CGWindowID> candidates;
+    for (const AccessibleRef& child : reader.children()) {
+        AtspiReader window(child.get(), &interfaceCache);
+        window.markTopLevel();
+        if (window.isWindow() && window.hasState(ATSPI_STATE_SHOWING))
+            if (const std::optional<CGWindowID> id = x11WindowOf(window, pid))
+                candidates.append(*id);
+        reader.adopt(window);
+    }
+    if (reader.error() != kAXErrorSuccess)
+        return reader.error();
+    for (const WindowInfo& window : x11->windows())
+        if (window.onScreen && candidates.contains(window.id))
+            return x11->activate(window.id) ? kAXErrorSuccess : kAXErrorCannotComplete;
+    return kAXErrorCannotComplete;
+}
+
+std::optional<Element> AtspiProvider::titleBarButtonOf(AtspiReader& window, TitleBarButton button) {
+    if (AccessibleRef drawn = window.drawnTitleBarButton(button))
+        return elementFor(drawn.get());
+    if (!x11 || window.error() != kAXErrorSuccess)
+        return std::nullopt;
+    return elementFor(window.accessible(), std::nullopt, button);
+}
+
+AXError AtspiProvider::readWindowButtonAttribute(AtspiReader& window, TitleBarButton button,
+                                                 const QString& attribute, Value* value) {
+    // Asking the window tells whether it is still there.
+    const bool shown = window.hasState(ATSPI_STATE_SHOWING);
+    std::optional<Value> found;
+    if (attribute == QLatin1String("AXRole"))
+        found = stringValue(QStringLiteral("AXButton"));
+    else if (attribute == QLatin1String("AXSubrole"))
+        found = stringValue(axTitleBarButtonName(button));
+    else if (attribute == QLatin1String("AXRoleDescription"))
+        found = stringValue(QStringLiteral("button"));
+    else if (attribute == QLatin1String("AXTitle"))
+        found = stringValue(QString());
+    else if (attribute == QLatin1String("AXDescription"))
+        found = stringValue(button == TitleBarButton::Minimize ? QStringLiteral("minimize")
+                            : button == TitleBarButton::Zoom   ? QStringLiteral("zoom")
+                                                               : QStringLiteral("close"));
+    else if (attribute == QLatin1String("AXChildren")) {
+        found = Value();
+        found->kind = Value::Kind::Array;
+    } else if (attribute == QLatin1String("AXEnabled"))
+        found = booleanValue(shown);
+    else if (attribute == QLatin1String("AXFocused"))
+        found = booleanValue(false);
+    else if (attribute == QLatin1String("AXParent") || attribute == QLatin1String("AXWindow"))
+        found = elementValue(elementFor(window.accessible()));
+    else
+        return window.error() != kAXErrorSuccess ? window.error() : kAXErrorAttributeUnsupported;
+    return answer(window, found, value);
+}
+
+AXError AtspiProvider::pressWindowButton(AtspiReader& window, TitleBarButton button) {
+    return actOnX11Window(window, [&](CGWindowID id) {
+        switch (button) {
+        case TitleBarButton::Minimize:
+            return x11->setMinimized(id, true);
+        case TitleBarButton::Zoom:
+            return x11->setMaximized(id, !x11->isMaximized(id));
+        case TitleBarButton::Close:
+            return x11->close(id);
+        case TitleBarButton::None:
+            break;
+        }
+        return false;
     });
 }
 

@@ -61,24 +61,49 @@ private:
 
     // One element that has been handed out: its accessible (one reference held), its process,
     // and whether it is a child of its application, where that is known from where it was found.
+    // A button of the window manager's title bar stands for the window's X11 window: its
+    // accessible is the window's, and `windowButton` says which button it is.
     struct Known {
         AtspiAccessible* accessible = nullptr;
         pid_t pid = 0;
         QByteArray key;
         std::optional<bool> topLevel;
+        TitleBarButton windowButton = TitleBarButton::None;
     };
 
     template <typename Work> AXError withReader(const Element& element, Work work);
     AXError readAttribute(AtspiReader& reader, const QString& attribute, VirtualDesktopModel::Value* value);
     QStringList attributeNames(AtspiReader& reader);
     AXError readSystemWideAttribute(const QString& attribute, VirtualDesktopModel::Value* value);
+    AXError setWindowAttribute(AtspiReader& reader, const QString& attribute,
+                               const VirtualDesktopModel::Value& wanted);
+    QStringList actionNames(AtspiReader& reader);
+    AXError perform(AtspiReader& reader, const QString& action);
+
+    // The window manager's title-bar buttons, which the window server draws around a window
+    // that has none of its own: questions about `button` of the window that `window` reads.
+    AXError readWindowButtonAttribute(AtspiReader& window, TitleBarButton button, const QString& attribute,
+                                      VirtualDesktopModel::Value* value);
+    AXError pressWindowButton(AtspiReader& window, TitleBarButton button);
+    // The window's button: the one its toolkit draws, else the window manager's.
+    // Nothing without a window server.
+    std::optional<Element> titleBarButtonOf(AtspiReader& window, TitleBarButton button);
+
+    // The X11 window that shows an accessible window of process `pid`: the one with the same frame
+    // and title, or else the only one with the same title (a minimized window's frame may be
+    // reported otherwise by the toolkit and the window server).
+    std::optional<CGWindowID> x11WindowOf(AtspiReader& window, pid_t pid);
+    // Acts on the X11 window of an accessible window with `act`: kAXErrorCannotComplete when there
+    // is no window server, no X11 window or the request fails.
+    template <typename Act> AXError actOnX11Window(AtspiReader& window, Act act);
 
     // The accessible of an element, or the error to answer. Null with success for the
     // system-wide element.
     AtspiAccessible* resolve(const Element& element, AXError* error);
     // The element handed out for an accessible, registered on first sight. An application is
     // known by its process, so that its handle equals the one made from the pid.
-    Element elementFor(AtspiAccessible* accessible, std::optional<bool> topLevel = std::nullopt);
+    Element elementFor(AtspiAccessible* accessible, std::optional<bool> topLevel = std::nullopt,
+                       TitleBarButton windowButton = TitleBarButton::None);
     AtspiAccessible* applicationForPid(pid_t pid);
     pid_t pidOf(AtspiAccessible* accessible);
     ElementId idForKey(const QByteArray& key);
@@ -110,5 +135,8 @@ private:
         QDeadlineTimer expiry;
     };
     LastFrame lastFrame;
+    // The window manager's button that the current question is about, with the window's reader
+    // (set by withReader).
+    TitleBarButton askedWindowButton = TitleBarButton::None;
     ElementId nextId = 1;
 };

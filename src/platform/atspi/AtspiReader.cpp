@@ -6,6 +6,7 @@
 
 #include <dbus/dbus.h>
 
+#include <algorithm>
 #include <climits>
 #include <deque>
 
@@ -315,6 +316,23 @@ std::vector<AccessibleRef> AtspiReader::children() {
     return result;
 }
 
+std::vector<AccessibleRef> AtspiReader::shownChildren() {
+    if (hasInterface(kAtspiCollection))
+        return matchesWithState(ATSPI_STATE_SHOWING, 0, false);
+    std::vector<AccessibleRef> result = children();
+    result.erase(std::remove_if(result.begin(), result.end(),
+                                [&](const AccessibleRef& child) {
+                                    AtspiReader reader(child.get());
+                                    const bool shown = reader.hasState(ATSPI_STATE_SHOWING);
+                                    adopt(reader);
+                                    return !shown;
+                                }),
+                 result.end());
+    if (failure != kAXErrorSuccess)
+        result.clear();
+    return result;
+}
+
 AccessibleRef AtspiReader::parent() {
     if (isApplication())
         return nullptr;
@@ -352,24 +370,26 @@ AccessibleRef AtspiReader::activeWindow() {
 AccessibleRef AtspiReader::focusedDescendant() {
     if (!hasInterface(kAtspiCollection))
         return searchFocused();
-    GRef<AtspiStateSet> focused(atspi_state_set_new(nullptr));
-    atspi_state_set_add(focused.get(), ATSPI_STATE_FOCUSED);
+    std::vector<AccessibleRef> found = matchesWithState(ATSPI_STATE_FOCUSED, 1, true);
+    return found.empty() ? nullptr : std::move(found.front());
+}
+
+std::vector<AccessibleRef> AtspiReader::matchesWithState(AtspiStateType state, int count, bool traverse) {
+    GRef<AtspiStateSet> states(atspi_state_set_new(nullptr));
+    atspi_state_set_add(states.get(), state);
     GRef<AtspiMatchRule> rule(atspi_match_rule_new(
-        focused.get(), ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_NONE, nullptr,
+        states.get(), ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_NONE, nullptr,
         ATSPI_Collection_MATCH_NONE, nullptr, ATSPI_Collection_MATCH_NONE, FALSE));
     GArray* matches = call([&](GError** e) {
         return atspi_collection_get_matches(ATSPI_COLLECTION(element), rule.get(),
-                                            ATSPI_Collection_SORT_ORDER_CANONICAL, 1, TRUE, e);
+                                            ATSPI_Collection_SORT_ORDER_CANONICAL, count, traverse, e);
     });
-    AccessibleRef found;
-    for (guint i = 0; matches && i < matches->len; ++i) {
-        AccessibleRef match(g_array_index(matches, AtspiAccessible*, i));
-        if (!found)
-            found = std::move(match);
-    }
+    std::vector<AccessibleRef> result;
+    for (guint i = 0; matches && i < matches->len; ++i)
+        result.emplace_back(g_array_index(matches, AtspiAccessible*, i));
     if (matches)
         g_array_free(matches, TRUE);
-    return found;
+    return result;
 }
 
 AccessibleRef AtspiReader::searchFocused() {
@@ -398,6 +418,75 @@ AccessibleRef AtspiReader::childAtPoint(CGPoint point) {
         return atspi_component_get_accessible_at_point(ATSPI_COMPONENT(element), gint(point.x), gint(point.y),
                                                        ATSPI_COORD_TYPE_SCREEN, e);
     }));
+}
+
+void AtspiReader::adopt(const AtspiReader& other) {
+    // An element below or above that is gone meanwhile is passed over; it says nothing of this
+    // one. A hung application is this element's too.
+    if (failure == kAXErrorSuccess && other.failure == kAXErrorCannotComplete)
+        failure = other.failure;
+}
+
+bool AtspiReader::drawsHeaderBars() {
+    // The toolkit's name never changes; libatspi asks for it once per application. GTK 4 calls
+    // itself "GTK" and builds its title bar otherwise.
+    return takeString(call([&](GError** e) { return atspi_accessible_get_toolkit_name(element, e); })) ==
+           QLatin1String("gtk");
+}
+
+TitleBarButton AtspiReader::titleBarButton() {
+    if (role() != ATSPI_ROLE_PUSH_BUTTON)
+        return TitleBarButton::None;
+    const TitleBarButton named = titleBarButtonNamed(name());
+    if (named == TitleBarButton::None || !drawsHeaderBars())
+        return TitleBarButton::None;
+    // Up from the button: the box of window controls, the header bar, the window.
+    const AtspiRole expected[] = {ATSPI_ROLE_FILLER, ATSPI_ROLE_PANEL};
+    AccessibleRef current = parent();
+    for (AtspiRole role : expected) {
+        if (!current)
+            return TitleBarButton::None;
+        AtspiReader reader(current.get());
+        const bool matches = reader.role() == role;
+        current = matches ? reader.parent() : nullptr;
+        adopt(reader);
+        if (!matches)
+            return TitleBarButton::None;
+    }
+    if (!current)
+        return TitleBarButton::None;
+    AtspiReader window(current.get());
+    const bool inWindow = atspiRoleIsWindow(window.role());
+    adopt(window);
+    return inWindow && failure == kAXErrorSuccess ? named : TitleBarButton::None;
+}
+
+AccessibleRef AtspiReader::drawnTitleBarButton(TitleBarButton which) {
+    if (!drawsHeaderBars())
+        return nullptr;
+    // Down from the window: the shown header bars, their boxes, their buttons.
+    for (AccessibleRef& bar : shownChildren()) {
+        AtspiReader barReader(bar.get(), interfaceCache);
+        if (barReader.role() != ATSPI_ROLE_PANEL)
+            continue;
+        for (AccessibleRef& box : barReader.shownChildren()) {
+            AtspiReader boxReader(box.get(), interfaceCache);
+            if (boxReader.role() != ATSPI_ROLE_FILLER)
+                continue;
+            for (AccessibleRef& button : boxReader.shownChildren()) {
+                AtspiReader buttonReader(button.get(), interfaceCache);
+                if (buttonReader.role() == ATSPI_ROLE_PUSH_BUTTON &&
+                    titleBarButtonNamed(buttonReader.name()) == which)
+                    return std::move(button);
+                adopt(buttonReader);
+            }
+            adopt(boxReader);
+        }
+        adopt(barReader);
+        if (failure != kAXErrorSuccess)
+            return nullptr;
+    }
+    return nullptr;
 }
 
 QStringList AtspiReader::toolkitActionNames() {

@@ -9,6 +9,7 @@
 // interfaces itself, since libatspi's waits for the bus's own 25 s time-out when an application
 // hangs. A failure ends the reader, and every later question answers empty without asking.
 
+#include "AtspiRoles.h"
 #include "ax/AXError.h"
 #include "ax/CGBase.h"
 #include "virtual/DesktopModel.h"
@@ -88,7 +89,12 @@ public:
     std::optional<VirtualDesktopModel::Value> value();
 
     int childCount();
+    // Every child, as the toolkit lists them.
     std::vector<AccessibleRef> children();
+    // The children that are shown (state showing): what the user can see. Found by the
+    // application in one query where it offers Collection (GTK 3); else (Qt) the children and
+    // then the state of each.
+    std::vector<AccessibleRef> shownChildren();
     AccessibleRef parent();
     // The nearest window at or above the element; null when there is none.
     AccessibleRef window();
@@ -102,6 +108,13 @@ public:
     // The child under a screen point, as the element's Component tells it.
     AccessibleRef childAtPoint(CGPoint point);
 
+    // Of a push button: which button of its window's title bar it is, where the toolkit draws
+    // the title bar itself: GTK 3's header bar (window, header bar, box of window controls,
+    // button), the button named as titleBarButtonNamed() knows. None for any other element.
+    TitleBarButton titleBarButton();
+    // Of a window: that button of its title bar, where the toolkit draws it; null otherwise.
+    AccessibleRef drawnTitleBarButton(TitleBarButton which);
+
     QStringList toolkitActionNames();
     // The index of the toolkit action with this AX name (axActionNames), or -1.
     int actionIndex(const QString& axName);
@@ -113,12 +126,20 @@ public:
     bool setNumber(double number);
     bool grabFocus();
 
+    // Takes over a hung application from the reader of another element of it.
+    void adopt(const AtspiReader& other);
+
 private:
     // Runs one call unless the reader has stopped.
     template <typename Call> auto call(Call function) -> decltype(function(nullptr));
 
     quint32 interfaces();
     AccessibleRef searchFocused();
+    // The elements below this one with the state, found by the application (Collection): `count`
+    // of them at most (0: all), among the children only or in the whole subtree (`traverse`).
+    std::vector<AccessibleRef> matchesWithState(AtspiStateType state, int count, bool traverse);
+    // Whether the toolkit draws a title bar the way titleBarButton() knows: GTK 3.
+    bool drawsHeaderBars();
 
     AtspiAccessible* element;
     AtspiInterfaceCache* interfaceCache;

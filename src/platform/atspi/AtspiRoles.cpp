@@ -154,6 +154,35 @@ bool atspiRoleIsWindowAtTopLevel(AtspiRole role) {
     return role == ATSPI_ROLE_FILLER || role == ATSPI_ROLE_PANEL;
 }
 
+QString axTitleBarButtonName(TitleBarButton button) {
+    switch (button) {
+    case TitleBarButton::Minimize:
+        return QStringLiteral("AXMinimizeButton");
+    case TitleBarButton::Zoom:
+        return QStringLiteral("AXZoomButton");
+    case TitleBarButton::Close:
+        return QStringLiteral("AXCloseButton");
+    case TitleBarButton::None:
+        break;
+    }
+    return QString();
+}
+
+TitleBarButton titleBarButtonNamed(const QString& accessibleName) {
+    static const struct {
+        const char* name;
+        TitleBarButton button;
+    } names[] = {{"Minimize", TitleBarButton::Minimize},
+                 {"Maximize", TitleBarButton::Zoom},
+                 {"Restore", TitleBarButton::Zoom},
+                 {"Close", TitleBarButton::Close}};
+    for (const auto& entry : names)
+        if (accessibleName == QLatin1String(entry.name) ||
+            accessibleName == QString::fromUtf8(g_dgettext("gtk30", entry.name)))
+            return entry.button;
+    return TitleBarButton::None;
+}
+
 QStringList axActionNames(const QStringList& toolkitNames) {
     qsizetype best = -1;
     for (qsizetype i = 0; i < toolkitNames.size(); ++i) {

@@ -33,6 +33,18 @@ bool atspiRoleIsWindowAtTopLevel(AtspiRole role);
 // camel-case form below ("show menu" gives "AXShowMenu").
 QStringList axActionNames(const QStringList& toolkitNames);
 
+// The buttons of a window's title bar, by what they do.
+enum class TitleBarButton { None, Minimize, Zoom, Close };
+constexpr TitleBarButton titleBarButtons[] = {TitleBarButton::Minimize, TitleBarButton::Zoom,
+                                              TitleBarButton::Close};
+// The window attribute that names the button, which is also the button's subrole:
+// "AXMinimizeButton", "AXZoomButton", "AXCloseButton"; empty for None.
+QString axTitleBarButtonName(TitleBarButton button);
+// The button that a GTK header bar's window control with this accessible name is: "Minimize",
+// "Maximize" or "Restore" (the zoom button of a maximized window), "Close", in English or in
+// GTK's translation for the current locale. None for any other name.
+TitleBarButton titleBarButtonNamed(const QString& accessibleName);
+
 // "AX" followed by the words of `name` capitalized and joined: "show menu" and "show_menu" give
 // "AXShowMenu", "SetFocus" gives "AXSetFocus".
 QString axCamelCase(const QString& name);
