@@ -1,3 +1,4 @@
+#include "logCapture.h"
 #include "platformTestSupport.h"
 #include "testSupport.h"
 
@@ -79,17 +80,6 @@ QJsonObject desktopFixture() {
                                   {"executable", "/Applications/Pro Tools.app/Contents/MacOS/ProTools"},
                                   {"windows", QJsonArray{window}}};
     return QJsonObject{{"applications", QJsonArray{application}}};
-}
-
-// The log lines written while the work runs.
-QStringList logOf(const std::function<void()>& work) {
-    static QStringList lines;
-    lines.clear();
-    const QtMessageHandler previous = qInstallMessageHandler(
-        [](QtMsgType, const QMessageLogContext&, const QString& text) { lines.append(text); });
-    work();
-    qInstallMessageHandler(previous);
-    return lines;
 }
 
 template <class T> CFTypeRef number(CFNumberType type, T value) {

@@ -4,7 +4,9 @@
 // Qt values. Every reader turns a failed read into the empty value of its type and keeps no state
 // between calls. Functions whose name begins with copy hand the caller one retain.
 
+#include "CFTypeSmartRef.h"
 #include "platformAccessibility.h"
+#include "platformWindowServer.h"
 
 #include <QPoint>
 #include <QRect>
@@ -12,6 +14,8 @@
 #include <QString>
 #include <QStringList>
 #include <QVariant>
+
+#include <functional>
 
 // The texts of the platform's accessibility constants of the same names without the Q.
 extern const QString kQAXTitleAttribute;
@@ -98,3 +102,126 @@ void printAccessibilityThreadWarning(const char* functionName);
 
 bool isProToolsUIElement(AXUIElementRef element);
 bool bundleIdIsProTools(const QString& bundleId);
+
+// ----------------------------------------------------------------------------------------------
+// Hierarchy navigation and search (osxUIElementHierarchy.cpp).
+//
+// The walks trust no single answer of the platform: a child's "AXParent" may name an element that
+// does not list it, and one element may be reached by two paths. A child list that cannot be read
+// counts as empty; a parent read counts only when it succeeds with an object. No walk has a depth
+// limit: recursion goes as deep as the application's tree.
+
+// The "AXChildren" array; a new empty array when it cannot be read, never null.
+CFArrayRef copyUIElementChildren(AXUIElementRef element);
+// "AXParent"; null on an error.
+AXUIElementRef copyUIElementParent(AXUIElementRef element);
+// The parent that really lists the element: the reported one, or one of its children when only
+// that child lists the element; null otherwise. loose as in UIElementsAreEqual.
+AXUIElementRef verifyAndCopyUIElementParent(AXUIElementRef element, bool loose);
+// The application element of the element's process; null when the pid is 0.
+AXUIElementRef copyUIElementApplication(AXUIElementRef element);
+// The application element of the first running application with the bundle identifier.
+AXUIElementRef copyApplicationWithBundleId(const QString& bundleId);
+// Only an application element is top level.
+bool isTopLevelElement(AXUIElementRef element);
+
+// Climbs from the element itself up "AXParent" to the first element that passes the test; null
+// when a parent read fails first.
+AXUIElementRef copyAncestorElementOfType(AXUIElementRef element, const QString& type);
+AXUIElementRef copyAncestorElementWithRole(AXUIElementRef element, const QString& role);
+// Compares the role as a platform string; a role that cannot be read does not stop the climb.
+AXUIElementRef copyAncestorUIElementWithRole(AXUIElementRef element, CFStringRef role);
+bool UIElementOrAncestorHasRole(AXUIElementRef element, CFStringRef role);
+AXUIElementRef copyAncestorElementWithActions(AXUIElementRef element);
+AXUIElementRef copyAncestorElementWithAction(AXUIElementRef element, const QString& action);
+bool UIElementIsSameOrAncestor(AXUIElementRef ancestor, AXUIElementRef element);
+
+// The last element reached up plain "AXParent"; the element itself when it has no parent.
+AXUIElementRef copyFarthestAncestor(AXUIElementRef element);
+// The same climb through verified parents only.
+AXUIElementRef copyFarthestVerifiableAncestor(AXUIElementRef element, bool loose);
+bool UIElementIsNotRootedInApplication(AXUIElementRef element);
+
+// The element at or below root whose children contain element; all children of a node are
+// compared before any of them is entered.
+AXUIElementRef recursivelySearchForParentOfElementAndCopy(AXUIElementRef root, AXUIElementRef element);
+bool elementIsDescendant(AXUIElementRef root, AXUIElementRef element);
+// Whether every step up the element's chain is confirmed by a search from the parent.
+bool elementIsReachableFromTop(AXUIElementRef element);
+// The first element below root that passes the test, children before grandchildren.
+AXUIElementRef copyElementInAllDescendantsPassingTest(AXUIElementRef root,
+                                                      const std::function<bool(AXUIElementRef)>& test);
+typedef bool (*UIElementSearchPredicate)(AXUIElementRef element, void* context);
+// The first element that passes the predicate, walking the whole tree from start: down before up,
+// each element entered once.
+AXUIElementRef searchUpAndDownHierarchyForElementAndCopy(AXUIElementRef start,
+                                                         UIElementSearchPredicate predicate, void* context);
+// Diagnostic: logs the path from root down to element when it finds it.
+bool debugRecursivelySearchForElement(AXUIElementRef element, AXUIElementRef root);
+
+// Ancestor lists run from the top of the tree down to the element's direct parent.
+bool searchTopDownForElementAndBuildAncestorList(AXUIElementRef element, UIElementAncestorList& list);
+bool searchTopDownForElementAndBuildAncestorListRec(AXUIElementRef target, AXUIElementRef current,
+                                                    UIElementAncestorList& list, int depth);
+// True when the verified climb ends at an application; list holds the verified part either way.
+bool searchBottomUpForElementAndBuildAncestorList(AXUIElementRef element, UIElementAncestorList& list,
+                                                  bool loose);
+bool searchBottomUpForElementAndBuildAncestorListRec(AXUIElementRef element, UIElementAncestorList& list,
+                                                     bool loose);
+
+// Borrowed from elements: valid as long as the array is. The n-th (from 0) with exactly this role.
+AXUIElementRef findNthElementWithRole(CFArrayRef elements, const QString& role, int n);
+AXUIElementRef copyChildElementWithRole(AXUIElementRef element, const QString& role);
+bool hasChildElementWithRole(AXUIElementRef element, const QString& role);
+// The first child whose "AXSubrole" is subrole; null when "AXChildren" cannot be read.
+AXUIElementRef copyUIElementChildBySubrole(AXUIElementRef element, CFStringRef subrole);
+
+// Whether the two applications made from the elements' pids are the same.
+bool UIElementsAreFromSameApplication(AXUIElementRef a, AXUIElementRef b);
+
+// ----------------------------------------------------------------------------------------------
+// Windows: lookup, activation and title bar (osxUIElementWindows.cpp).
+//
+// The accessibility attributes and the window server are two views of the same windows and
+// neither always answers: each lookup has a plain form, a form through the window id, and a
+// robust form that tries one after the other.
+
+// The outermost window by attributes: copyUIElementWindowRec(element, null, UIElementPID(element)).
+AXUIElementRef copyUIElementWindow(AXUIElementRef element);
+// Climbs to the very top, jumping through "AXWindow", and gives the last window met; null when the
+// climb leads into another process or meets an element without a role.
+AXUIElementRef copyUIElementWindowRec(AXUIElementRef element, AXUIElementRef candidate, int pid);
+AXUIElementRef copyUIElementWindowUsingPrivateAPI(AXUIElementRef element);
+AXUIElementRef copyUIElementWindowRobustly(AXUIElementRef element);
+// The nearest window or sheet at or above the element.
+AXUIElementRef copyUIElementWindowOrSheet(AXUIElementRef element);
+AXUIElementRef copyWindowWithPIDAndWindowID(int pid, CGWindowID windowID);
+
+// 0 different windows, 1 the same window, 2 the window of at least one cannot be found.
+int UIElementsHaveSameWindow(AXUIElementRef a, AXUIElementRef b);
+
+AXUIElementRef copyWindowContainingPoint(const QPoint& point);
+AXUIElementRef copyWindowUnderScreenPosition(const QPoint& point);
+AXUIElementRef copyWindowUnderMouse();
+AXUIElementRef copyWindowContainingPointUsingPrivateAPIs(const QPoint& point);
+AXUIElementRef copyWindowContainingPointRobustly(const QPoint& point);
+// The status of the window server calls; 0 with a pid or window id of 0 means no window.
+CGError pidAndWindowIDOfWindowContainingPoint(int x, int y, int& pid, CGWindowID& windowID);
+// The owner's pid, 0 for none; rect is the null rectangle when the window server fails.
+int pidAndScreenRectOfWindowContainingPoint(int x, int y, QRect& rect);
+int pidOfWindowContainingPoint(int x, int y);
+QRect rectOfWindowContainingPoint(int x, int y);
+
+AXUIElementRef copyFocusedWindow();
+AXUIElementRef copyFocusedWindowOfApplicationByProcessIdentifier(int pid);
+bool isWindowFocused(AXUIElementRef window);
+void makeElementApplicationFrontmost(AXUIElementRef element);
+
+// 0 activated (pid set), 1 failed, 2 already focused.
+int activateWindow(AXUIElementRef window, int& pid);
+int activateWindowContainingPoint(const QPoint& point, int& pid);
+AXUIElementRef copyTitlebarButtonOfWindow(AXUIElementRef window, CFStringRef buttonAttribute,
+                                          CFStringRef buttonSubrole);
+// fallbackAttribute, fallbackValue and action may be null.
+void pressTitlebarButtonOfWindow(AXUIElementRef window, CFStringRef buttonAttribute, CFStringRef buttonSubrole,
+                                 CFStringRef fallbackAttribute, CFTypeRef fallbackValue, CFStringRef action);

@@ -63,5 +63,21 @@ protected:
         checkLiveObjects();
     }
 
+    // The fixture "id" of the element a handle names: null for NULL, and a text that names no
+    // fixture element for one without an id, so that a test cannot take it for "nothing found".
+    QString idOf(CFTypeRef element) const {
+        if (!element)
+            return QString();
+        const QString id = desktop->fixtureIdOf(element);
+        return id.isEmpty() ? QStringLiteral("<an element without id>") : id;
+    }
+    // The same for a reference the caller owns, which it releases.
+    QString idOfCopy(CFTypeRef owned) const {
+        const QString id = idOf(owned);
+        if (owned)
+            CFRelease(owned);
+        return id;
+    }
+
     std::shared_ptr<VirtualDesktop> desktop;
 };

@@ -97,6 +97,10 @@ QList<NSRunningApplication*> NSWorkspace::runningApplications() const {
     return runningApplicationsWhere([](const ApplicationInfo&) { return true; });
 }
 
+NSRunningApplication* NSWorkspace::frontmostApplication() const {
+    return runningApplicationsWhere([](const ApplicationInfo& info) { return info.active; }).value(0);
+}
+
 bool NSRunningApplication::isActive() const {
     const auto info = applicationWithPid(*activeAccessibilityProvider(), pid);
     return info && info->active;

@@ -1,6 +1,7 @@
 #pragma once
 
-// The workspace under AppKit's name, as far as the system asks it: which applications run.
+// The workspace under AppKit's name, as far as the system asks it: which applications run, and
+// which of them is in front.
 
 #include "NSRunningApplication.h"
 
@@ -12,4 +13,6 @@ public:
 
     // Every running application, in the desktop's order.
     QList<NSRunningApplication*> runningApplications() const;
+    // The active application; null when none is.
+    NSRunningApplication* frontmostApplication() const;
 };

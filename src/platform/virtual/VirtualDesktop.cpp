@@ -136,6 +136,15 @@ AXUIElementRef VirtualDesktop::copyElement(const QString& fixtureId) const {
     return createHandle(Element{found.id, found.pid});
 }
 
+QString VirtualDesktop::fixtureIdOf(CFTypeRef handle) const {
+    Element element;
+    if (!handle || !elementOfHandle(handle, &element))
+        return QString();
+    QMutexLocker locker(&mutex);
+    const int node = desktop ? nodeIndex(element) : -1;
+    return node < 0 ? QString() : desktop->nodes[std::size_t(node)].fixtureId;
+}
+
 int VirtualDesktop::actionCount(const QString& fixtureId, const QString& action) const {
     QMutexLocker locker(&mutex);
     const int node = nodeWithFixtureId(fixtureId);

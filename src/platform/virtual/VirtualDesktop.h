@@ -51,6 +51,9 @@ public:
 
     // For tests: a handle on the element with this "id" in the fixture, NULL when there is none.
     AXUIElementRef copyElement(const QString& fixtureId) const;
+    // For tests: the "id" in the fixture of the element a handle names; empty for NULL, for a
+    // handle of another provider and for an element without one.
+    QString fixtureIdOf(CFTypeRef handle) const;
     // How often the element's action has been performed since the last load.
     int actionCount(const QString& fixtureId, const QString& action) const;
     // How often a process asked for the trust prompt.
