@@ -83,16 +83,9 @@ private Q_SLOTS:
         QString problem;
         if (!openSession(&problem))
             QSKIP(qPrintable(problem));
-        factory = session->startApplication(factoryProgram);
-        QVERIFY(factory && factory->waitForStarted());
+        factory = startWatchedApplication(factoryProgram, "AXRadioButton", "Page 1", &problem);
+        QVERIFY2(factory, qPrintable(problem));
         factoryPid = pid_t(factory->processId());
-        QVERIFY2(watchApplication(factoryPid, &problem), qPrintable(problem));
-        // Up once its window is on the bus with its content.
-        QVERIFY(LiveDesktopSession::waitUntil([&] { return UIElementChildrenCount(application) > 0; }));
-        QVERIFY(LiveDesktopSession::waitUntil([&] {
-            Ref<AXUIElementRef> page(find("AXRadioButton", "Page 1"));
-            return page != nullptr;
-        }));
     }
 
     void cleanupTestCase() { closeSession(); }

@@ -11,8 +11,12 @@
 #include "platformCoreFoundation.h"
 #include "platformTestSupport.h"
 
+#include <QCoreApplication>
 #include <QList>
+#include <QProcess>
+#include <QRegularExpression>
 #include <QString>
+#include <QTest>
 
 // An attribute or action name, owned by the caller.
 inline CFStringRef createAXName(const char* name) {
@@ -68,8 +72,10 @@ inline AXUIElementRef findElement(AXUIElementRef root, const QString& role, cons
 class LiveDesktopTestBase : protected LiveObjectCheck {
 protected:
     // From initTestCase: false, with the reason to skip, when the desktop cannot start.
-    bool openSession(QString* skipReason) {
-        session = std::make_unique<LiveDesktopSession>(LiveDesktopSession::Bus::Accessibility);
+    bool
+    openSession(QString* skipReason,
+                LiveDesktopSession::WindowManager windowManager = LiveDesktopSession::WindowManager::None) {
+        session = std::make_unique<LiveDesktopSession>(LiveDesktopSession::Bus::Accessibility, windowManager);
         *skipReason = session->skipReason();
         return session->isReady();
     }
@@ -81,6 +87,30 @@ protected:
         setAccessibilityProviderForTesting(provider);
         application = AXUIElementCreateApplication(pid);
         return provider != nullptr;
+    }
+
+    // From initTestCase, after openSession: starts the program on the session, makes it
+    // `application`, and waits until its element of this role and title is on the bus. Null, with
+    // the problem, when it does not come up.
+    QProcess* startWatchedApplication(const QString& program, const QString& role, const QString& title,
+                                      QString* problem) {
+        QProcess* process = session->startApplication(program);
+        if (!process || !process->waitForStarted()) {
+            *problem = QStringLiteral("%1 does not start").arg(program);
+            return nullptr;
+        }
+        if (!watchApplication(pid_t(process->processId()), problem))
+            return nullptr;
+        if (!LiveDesktopSession::waitUntil([&] {
+                CFTypeRef element = find(role, title);
+                if (element)
+                    CFRelease(element);
+                return element != nullptr;
+            })) {
+            *problem = QStringLiteral("%1 shows no %2 \"%3\"").arg(program, role, title);
+            return nullptr;
+        }
+        return process;
     }
 
     // From cleanupTestCase.
@@ -99,3 +129,41 @@ protected:
     std::unique_ptr<LiveDesktopSession> session;
     AXUIElementRef application = nullptr;
 };
+
+// The window actions of a live test program run twice: on the bare X server, and again in a
+// second run of the same program with a window manager (openbox), chosen by this variable.
+// libatspi starts once per process, so the second desktop needs a process of its own.
+inline constexpr const char* liveWindowManagerVariable = "UIET_LIVE_WINDOW_MANAGER";
+
+inline bool underOpenbox() {
+    return qgetenv(liveWindowManagerVariable) == "openbox";
+}
+
+inline LiveDesktopSession::WindowManager liveWindowManager() {
+    return underOpenbox() ? LiveDesktopSession::WindowManager::Openbox
+                          : LiveDesktopSession::WindowManager::None;
+}
+
+// From the run without a window manager: runs the test functions again in a run with one, and
+// fails unless they all pass there; skips when no window manager can start.
+inline void runAgainWithAWindowManager(const QStringList& testFunctions) {
+    if (underOpenbox())
+        QSKIP("this run is the one with the window manager");
+    QProcess run;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QString::fromLatin1(liveWindowManagerVariable), QStringLiteral("openbox"));
+    run.setProcessEnvironment(environment);
+    run.setProcessChannelMode(QProcess::MergedChannels);
+    run.start(QCoreApplication::applicationFilePath(), testFunctions);
+    QVERIFY(run.waitForFinished(300000));
+    const QByteArray output = run.readAll();
+    static const QRegularExpression initSkipped(QStringLiteral("^SKIP   : \\S+::initTestCase\\(\\)"),
+                                                QRegularExpression::MultilineOption);
+    if (initSkipped.match(QString::fromUtf8(output)).hasMatch())
+        QSKIP(qPrintable(QStringLiteral("no window manager: ") + QString::fromUtf8(output)));
+    QVERIFY2(run.exitStatus() == QProcess::NormalExit && run.exitCode() == 0, output.constData());
+    // initTestCase and cleanupTestCase pass besides the functions asked for.
+    const QByteArray totals =
+        QStringLiteral("Totals: %1 passed, 0 failed").arg(testFunctions.size() + 2).toUtf8();
+    QVERIFY2(output.contains(totals), output.constData());
+}

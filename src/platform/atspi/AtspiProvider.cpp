@@ -565,6 +565,20 @@ AXError AtspiProvider::perform(AtspiReader& reader, const QString& action) {
                                                     : kAXErrorActionUnsupported;
     if (x11 && action == QLatin1String("AXRaise") && !reader.isApplication() && reader.isWindow())
         return actOnX11Window(reader, [&](CGWindowID id) { return x11->activate(id); });
+    // A title-bar button that the toolkit draws acts on its window through the window server as
+    // well: with a window manager that is the request the toolkit's own button would send it, and
+    // without one the toolkit's button would do nothing at all.
+    if (x11 && action == QLatin1String("AXPress")) {
+        if (const TitleBarButton drawn = reader.titleBarButton(); drawn != TitleBarButton::None) {
+            const AccessibleRef window = reader.window();
+            if (!window)
+                return reader.error() != kAXErrorSuccess ? reader.error() : kAXErrorCannotComplete;
+            AtspiReader windowReader(window.get(), &interfaceCache);
+            const AXError result = pressWindowButton(windowReader, drawn);
+            reader.adopt(windowReader);
+            return result;
+        }
+    }
     const int index = reader.actionIndex(action);
     const bool done = index >= 0 && reader.doAction(index);
     if (reader.error() != kAXErrorSuccess)

@@ -144,8 +144,8 @@ quint32 AtspiReader::interfaces() {
         return *knownInterfaces;
     if (interfaceCache) {
         auto cached = interfaceCache->constFind(key());
-        if (cached != interfaceCache->constEnd())
-            return *(knownInterfaces = *cached);
+        if (cached != interfaceCache->constEnd() && cached->interfaces)
+            return *(knownInterfaces = cached->interfaces);
     }
     if (failure != kAXErrorSuccess)
         return 0;
@@ -185,18 +185,28 @@ quint32 AtspiReader::interfaces() {
     dbus_message_unref(reply);
     knownInterfaces = bits;
     if (interfaceCache)
-        interfaceCache->insert(key(), bits);
+        (*interfaceCache)[key()].interfaces = bits;
     return bits;
 }
 
 AtspiRole AtspiReader::role() {
-    if (!knownRole) {
-        const AtspiRole answered = call([&](GError** e) { return atspi_accessible_get_role(element, e); });
-        if (failure != kAXErrorSuccess)
-            return ATSPI_ROLE_INVALID;
-        knownRole = answered;
+    if (knownRole)
+        return *knownRole;
+    if (interfaceCache) {
+        auto cached = interfaceCache->constFind(key());
+        if (cached != interfaceCache->constEnd() && !cached->roleExpiry.hasExpired())
+            return *(knownRole = cached->role);
     }
-    return *knownRole;
+    const AtspiRole answered = call([&](GError** e) { return atspi_accessible_get_role(element, e); });
+    if (failure != kAXErrorSuccess)
+        return ATSPI_ROLE_INVALID;
+    knownRole = answered;
+    if (interfaceCache) {
+        AtspiKnownElement& known = (*interfaceCache)[key()];
+        known.role = answered;
+        known.roleExpiry.setRemainingTime(roleReuseMs);
+    }
+    return answered;
 }
 
 bool AtspiReader::isTopLevel() {
@@ -230,7 +240,7 @@ QString AtspiReader::axRole() {
     if (own == ATSPI_ROLE_MENU) {
         const AccessibleRef container = parent();
         if (container)
-            context.parentRole = AtspiReader(container.get()).role();
+            context.parentRole = AtspiReader(container.get(), interfaceCache).role();
     }
     if (own == ATSPI_ROLE_TEXT || own == ATSPI_ROLE_ENTRY)
         context.multiLine = hasState(ATSPI_STATE_MULTI_LINE);
@@ -342,7 +352,7 @@ AccessibleRef AtspiReader::parent() {
 AccessibleRef AtspiReader::window() {
     AccessibleRef current = retained(element);
     for (int depth = 0; depth < 1000 && current && failure == kAXErrorSuccess; ++depth) {
-        AtspiReader reader(current.get());
+        AtspiReader reader(current.get(), interfaceCache);
         if (reader.isApplication())
             return nullptr;
         if (atspiRoleIsWindow(reader.role()))

@@ -17,6 +17,7 @@
 #include <atspi/atspi.h>
 
 #include <QByteArray>
+#include <QDeadlineTimer>
 #include <QHash>
 #include <QString>
 #include <QStringList>
@@ -46,13 +47,24 @@ enum AtspiInterface : quint32 {
     kAtspiEditableText = 16,
     kAtspiCollection = 32,
 };
-using AtspiInterfaceCache = QHash<QByteArray, quint32>;
+// What the provider keeps of the elements it has met, by key: the interfaces, which never change
+// for an element, and its role for a moment. A walk asks one element's role several times in a
+// row (for its own role, then again while it climbs to its window or tells whether it is one),
+// and a role does not change between two such questions; any later question reads it anew.
+struct AtspiKnownElement {
+    std::optional<quint32> interfaces;
+    AtspiRole role = ATSPI_ROLE_INVALID;
+    QDeadlineTimer roleExpiry; // expired: the role is not known
+};
+using AtspiInterfaceCache = QHash<QByteArray, AtspiKnownElement>;
 
 class AtspiReader {
 public:
     // An application that does not answer within this time fails the question with
     // kAXErrorCannotComplete.
     static constexpr int replyTimeoutMs = 2000;
+    // How long a role read answers later questions about the same element.
+    static constexpr int roleReuseMs = 5;
 
     explicit AtspiReader(AtspiAccessible* accessible, AtspiInterfaceCache* interfaceCache = nullptr)
         : element(accessible), interfaceCache(interfaceCache) {}
