@@ -8,12 +8,14 @@
 #include "appkit/NSWorkspace.h"
 #include "dataObjectSerialization.h"
 #include "elementTree.h"
+#include "inspectorCommands.h"
 #include "osxUIElementUtils.h"
 #include "toolIds.h"
 
 #include <QCoreApplication>
 #include <QFile>
 #include <QHash>
+#include <QJsonDocument>
 #include <QRegularExpression>
 #include <QTextStream>
 
@@ -23,36 +25,35 @@ namespace {
 
 constexpr int defaultSendTimeoutMilliseconds = 5000;
 
-QTextStream& out() {
-    static QTextStream stream(stdout);
-    return stream;
-}
-
-QTextStream& err() {
-    static QTextStream stream(stderr);
-    return stream;
-}
-
 int usage() {
-    err() << "usage: ui-element-ctl reports\n"
-             "       ui-element-ctl send FILE [TIMEOUT_MS]\n"
-             "       ui-element-ctl watch ID FILE [TIMEOUT_MS]\n"
-             "       ui-element-ctl stop ID [TIMEOUT_MS]\n"
-             "       ui-element-ctl tree [--desktop FILE] [PID|BUNDLE_ID]\n"
-             "       ui-element-ctl at [--desktop FILE] X,Y\n"
-             "\n"
-             "  reports   listen for the tool's state reports and print each as '<id> found' or\n"
-             "            '<id> not found', one per line\n"
-             "  send      send the bytes of FILE (a settings file holding a command) to the tool\n"
-             "  watch     tell the tool to watch the UI element collection saved in FILE under ID\n"
-             "  stop      tell the tool to stop watching ID\n"
-             "  tree      print the element tree of the running applications (or of one), one element\n"
-             "            per line: role, title, frame; --desktop reads a virtual desktop file\n"
-             "  at        print the element at a screen point and its ancestors, the application first\n"
-             "\n"
-             "send, watch and stop wait for the tool's \"ack\" (default time-out "
-          << defaultSendTimeoutMilliseconds << " ms)\n";
-    err().flush();
+    ctlErr() << "usage: ui-element-ctl reports\n"
+                "       ui-element-ctl send FILE [TIMEOUT_MS]\n"
+                "       ui-element-ctl watch ID FILE [TIMEOUT_MS]\n"
+                "       ui-element-ctl stop ID [TIMEOUT_MS]\n"
+                "       ui-element-ctl tree [--desktop FILE] [--json] [PID|BUNDLE_ID]\n"
+                "       ui-element-ctl at|window|press [--desktop FILE] [--json] X,Y\n"
+                "       ui-element-ctl raise|minimize|zoom|close [--desktop FILE] [--json] X,Y\n"
+                "       ui-element-ctl focused [--desktop FILE] [--json]\n"
+                "\n"
+                "  reports   listen for the tool's state reports and print each as '<id> found' or\n"
+                "            '<id> not found', one per line\n"
+                "  send      send the bytes of FILE (a settings file holding a command) to the tool\n"
+                "  watch     tell the tool to watch the UI element collection saved in FILE under ID\n"
+                "  stop      tell the tool to stop watching ID\n"
+                "  tree      print the element tree of the running applications (or of one), one element\n"
+                "            per line: role, title, frame; --desktop reads a virtual desktop file\n"
+                "  at        print the element at a screen point and its ancestors, the application first\n"
+                "  window    print the window at a screen point: title, frame, window id, application\n"
+                "  focused   print the focused element, its window and its application\n"
+                "  press     press the element at a screen point and print the AXError\n"
+                "  raise, minimize, zoom, close\n"
+                "            act on the window at a screen point as its title bar would\n"
+                "--desktop reads a virtual desktop file instead of the live desktop; --json prints one JSON\n"
+                "object per answer\n"
+                "\n"
+                "send, watch and stop wait for the tool's \"ack\" (default time-out "
+             << defaultSendTimeoutMilliseconds << " ms)\n";
+    ctlErr().flush();
     return ctlExitUsage;
 }
 
@@ -67,34 +68,32 @@ int runReports() {
     // The lock tells whether somebody already takes the reports; two listeners would steal the
     // socket name from each other.
     if (peer.isClient()) {
-        err() << "ui-element-ctl: another process is already listening for reports\n";
-        err().flush();
+        ctlErr() << "ui-element-ctl: another process is already listening for reports\n";
+        ctlErr().flush();
         return ctlExitFailure;
     }
     QObject::connect(&peer, &QtLocalPeer::messageReceivedAsByteArray, &peer, [](const QByteArray& message) {
         quint64 id = 0;
         bool found = false;
         if (parseStateReport(message, id, found)) {
-            out() << stateReportLine(id, found) << '\n';
-            out().flush();
+            ctlOut() << stateReportLine(id, found) << '\n';
+            ctlOut().flush();
         } else {
-            err() << "ui-element-ctl: ignoring a message of " << message.size()
-                  << " bytes that is not a state report\n";
-            err().flush();
+            ctlErr() << "ui-element-ctl: ignoring a message of " << message.size()
+                     << " bytes that is not a state report\n";
+            ctlErr().flush();
         }
     });
     peer.listenForMessages();
-    err() << "ui-element-ctl: listening for reports\n";
-    err().flush();
+    ctlErr() << "ui-element-ctl: listening for reports\n";
+    ctlErr().flush();
     return QCoreApplication::exec() == 0 ? ctlExitSuccess : ctlExitFailure;
 }
 
 namespace {
 
 int failWithUsageError(const QString& text) {
-    err() << "ui-element-ctl: " << text << '\n';
-    err().flush();
-    return ctlExitUsage;
+    return ctlFail(ctlExitUsage, text);
 }
 
 bool parseWatchId(const QString& text, quint64& id) {
@@ -117,12 +116,12 @@ int sendCommand(const QByteArray& message, int timeoutMilliseconds) {
     QtLocalPeer peer(nullptr, QString::fromLatin1(toolCommandPeerId),
                      QtLocalPeer::NoLockFile | QtLocalPeer::ByteArrayMessagesOnly);
     if (!peer.sendMessage(message, timeoutMilliseconds)) {
-        err() << "ui-element-ctl: no ack from the UI element tool (is it running?)\n";
-        err().flush();
+        ctlErr() << "ui-element-ctl: no ack from the UI element tool (is it running?)\n";
+        ctlErr().flush();
         return ctlExitFailure;
     }
-    out() << "ack\n";
-    out().flush();
+    ctlOut() << "ack\n";
+    ctlOut().flush();
     return ctlExitSuccess;
 }
 
@@ -194,22 +193,8 @@ int runStop(const QString& id, int timeoutMilliseconds) {
     return sendCommand(serializeObjectToByteArray(&command), timeoutMilliseconds);
 }
 
-// Reads the desktop from the file instead of the live one; false when there is no such file.
-bool useDesktopFile(const QString& desktopFile) {
-    if (desktopFile.isEmpty())
-        return true;
-    if (!QFile::exists(desktopFile)) {
-        err() << "ui-element-ctl: no desktop file " << desktopFile << '\n';
-        err().flush();
-        return false;
-    }
-    // Chosen once per process, at the first platform call: this comes before any.
-    qputenv("UIET_ACCESSIBILITY", "virtual:" + QFile::encodeName(desktopFile));
-    return true;
-}
-
-int runTree(const QString& desktopFile, const QString& application) {
-    if (!useDesktopFile(desktopFile))
+int runTree(const InspectorOptions& options, const QString& application) {
+    if (!useDesktopFile(options.desktopFile))
         return ctlExitUsage;
     bool isPid = false;
     const pid_t pid = application.toInt(&isPid);
@@ -218,66 +203,60 @@ int runTree(const QString& desktopFile, const QString& application) {
         if (!application.isEmpty() &&
             (isPid ? running->processIdentifier() != pid : running->bundleIdentifier() != application))
             continue;
-        out() << running->localizedName() << " (" << running->bundleIdentifier() << ", pid "
-              << running->processIdentifier() << ")\n";
         const CFTypeSmartRef<AXUIElementRef> element(
             AXUIElementCreateApplication(running->processIdentifier()));
-        for (const QString& line : elementTreeLines(element, 1))
-            out() << line << '\n';
+        if (options.json) {
+            const QJsonObject answer{{"application", applicationObject(running->processIdentifier())},
+                                     {"tree", elementTreeObject(element, 1)}};
+            ctlOut() << QJsonDocument(answer).toJson(QJsonDocument::Compact) << '\n';
+        } else {
+            ctlOut() << running->localizedName() << " (" << running->bundleIdentifier() << ", pid "
+                     << running->processIdentifier() << ")\n";
+            for (const QString& line : elementTreeLines(element, 1))
+                ctlOut() << line << '\n';
+        }
         ++printed;
     }
-    out().flush();
+    ctlOut().flush();
     if (printed == 0) {
-        err() << "ui-element-ctl: no running application"
-              << (application.isEmpty() ? QString() : QStringLiteral(" ") + application) << '\n';
-        err().flush();
+        ctlErr() << "ui-element-ctl: no running application"
+                 << (application.isEmpty() ? QString() : QStringLiteral(" ") + application) << '\n';
+        ctlErr().flush();
         return ctlExitFailure;
     }
-    return ctlExitSuccess;
-}
-
-int runAt(const QString& desktopFile, const QString& pointText) {
-    static const QRegularExpression pointPattern(
-        QStringLiteral("^(-?\\d+(?:\\.\\d+)?),(-?\\d+(?:\\.\\d+)?)$"));
-    const QRegularExpressionMatch point = pointPattern.match(pointText);
-    if (!point.hasMatch()) {
-        err() << "ui-element-ctl: the point must be X,Y in screen coordinates, not '" << pointText << "'\n";
-        return usage();
-    }
-    if (!useDesktopFile(desktopFile))
-        return ctlExitUsage;
-    const CFTypeSmartRef<AXUIElementRef> systemWide(AXUIElementCreateSystemWide());
-    CFTypeSmartRef<AXUIElementRef> hit;
-    const AXError error = AXUIElementCopyElementAtPosition(systemWide, point.captured(1).toFloat(),
-                                                           point.captured(2).toFloat(), hit.out());
-    if (error != kAXErrorSuccess || hit.isNull()) {
-        err() << "ui-element-ctl: no element at " << pointText << " (" << getAXUIErrorString(error) << ")\n";
-        err().flush();
-        return ctlExitFailure;
-    }
-    for (const QString& line : elementAncestryLines(hit))
-        out() << line << '\n';
-    out().flush();
     return ctlExitSuccess;
 }
 
 int runCtl(const QStringList& arguments) {
+    // The inspector's options may stand anywhere, before the verb too.
+    QStringList inspectorOperands = arguments;
+    InspectorOptions options;
+    const bool optionsComplete = takeInspectorOptions(inspectorOperands, options);
+    const QString inspectorVerb = inspectorOperands.isEmpty() ? QString() : inspectorOperands.takeFirst();
+    if (inspectorVerb == QLatin1String("tree") || inspectorVerb == QLatin1String("focused") ||
+        isPointVerb(inspectorVerb)) {
+        if (!optionsComplete) {
+            ctlFail(ctlExitUsage, QStringLiteral("--desktop needs a desktop file"));
+            return usage();
+        }
+        const bool flagLeft = inspectorOperands.value(0).startsWith(QLatin1String("--"));
+        if (inspectorVerb == QLatin1String("tree") && inspectorOperands.size() <= 1 && !flagLeft)
+            return runTree(options, inspectorOperands.value(0));
+        if (inspectorVerb == QLatin1String("focused") && inspectorOperands.isEmpty())
+            return runFocused(options);
+        if (isPointVerb(inspectorVerb) && inspectorOperands.size() == 1 && !flagLeft) {
+            if (inspectorVerb == QLatin1String("at"))
+                return runAt(options, inspectorOperands.at(0));
+            if (inspectorVerb == QLatin1String("window"))
+                return runWindow(options, inspectorOperands.at(0));
+            if (inspectorVerb == QLatin1String("press"))
+                return runPress(options, inspectorOperands.at(0));
+            return runWindowAction(options, inspectorVerb, inspectorOperands.at(0));
+        }
+    }
     const QString verb = arguments.value(0);
     if (verb == QLatin1String("reports") && arguments.size() == 1)
         return runReports();
-    if (verb == QLatin1String("tree") || verb == QLatin1String("at")) {
-        QStringList operands = arguments.mid(1);
-        QString desktopFile;
-        if (operands.value(0) == QLatin1String("--desktop") && operands.size() >= 2) {
-            desktopFile = operands.at(1);
-            operands = operands.mid(2);
-        }
-        if (verb == QLatin1String("at") && operands.size() == 1)
-            return runAt(desktopFile, operands.at(0));
-        if (verb == QLatin1String("tree") && operands.size() <= 1 &&
-            !operands.value(0).startsWith(QLatin1Char('-')))
-            return runTree(desktopFile, operands.value(0));
-    }
     // The verbs that send a command: their operands, then an optional time-out.
     const QHash<QString, qsizetype> operandCounts{
         {QStringLiteral("send"), 1}, {QStringLiteral("watch"), 2}, {QStringLiteral("stop"), 1}};
@@ -289,8 +268,8 @@ int runCtl(const QStringList& arguments) {
             bool ok = false;
             timeout = arguments.last().toInt(&ok);
             if (!ok || timeout <= 0) {
-                err() << "ui-element-ctl: the time-out must be a positive number of milliseconds, not '"
-                      << arguments.last() << "'\n";
+                ctlErr() << "ui-element-ctl: the time-out must be a positive number of milliseconds, not '"
+                         << arguments.last() << "'\n";
                 return usage();
             }
         }
@@ -301,7 +280,7 @@ int runCtl(const QStringList& arguments) {
         return runStop(arguments.at(1), timeout);
     }
     if (!verb.isEmpty() && verb != QLatin1String("help") && verb != QLatin1String("--help"))
-        err() << "ui-element-ctl: unknown or incomplete command '" << arguments.join(QLatin1Char(' '))
-              << "'\n";
+        ctlErr() << "ui-element-ctl: unknown or incomplete command '" << arguments.join(QLatin1Char(' '))
+                 << "'\n";
     return usage();
 }

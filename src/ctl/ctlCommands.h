@@ -3,12 +3,11 @@
 // The verbs of ui-element-ctl, the command-line peer that speaks to the UI element tool the way
 // Ostrik Conductor does. Each returns the process exit status.
 
+#include "ctlSupport.h"
+#include "inspectorCommands.h"
+
 #include <QString>
 #include <QStringList>
-
-inline constexpr int ctlExitSuccess = 0;
-inline constexpr int ctlExitFailure = 1; // the verb ran, but the other side did not answer
-inline constexpr int ctlExitUsage = 2;   // bad arguments or unreadable input
 
 // The line printed for one state report.
 QString stateReportLine(quint64 id, bool found);
@@ -27,9 +26,9 @@ int runWatch(const QString& id, const QString& collectionFilePath, int timeoutMi
 int runStop(const QString& id, int timeoutMilliseconds);
 
 // Prints the element tree of the running applications, or of the one whose pid or bundle id is
-// `application` when that is not empty. With `desktopFile` not empty, the virtual desktop of that
+// `application` when that is not empty. With a desktop file in the options, the virtual desktop of that
 // fixture file is read instead of the live desktop.
-int runTree(const QString& desktopFile, const QString& application);
+int runTree(const InspectorOptions& options, const QString& application);
 
 // Parses the arguments (without the program name) and runs the verb.
 int runCtl(const QStringList& arguments);

@@ -5,6 +5,7 @@
 
 #include "platformAccessibility.h"
 
+#include <QJsonObject>
 #include <QStringList>
 
 // Deeper trees are cut there with a line saying so: a desktop whose parent links form a cycle
@@ -20,3 +21,9 @@ QStringList elementTreeLines(AXUIElementRef element, int depth = 0);
 // The element's ancestors from its application down, then the element itself, each indented one
 // level deeper than the one before.
 QStringList elementAncestryLines(AXUIElementRef element);
+
+// The same as JSON: role, subrole where there is one, title and frame (null when it has none).
+QJsonObject elementObject(AXUIElementRef element);
+
+// The element with its descendants under "children", cut at the same depth as the lines.
+QJsonObject elementTreeObject(AXUIElementRef element, int depth = 0);

@@ -1,5 +1,6 @@
 #include "FixtureReader.h"
 
+#include "axErrorNames.h"
 #include "platformCoreFoundation.h"
 
 #include <QJsonArray>
@@ -12,29 +13,6 @@
 namespace VirtualDesktopModel {
 
 namespace {
-
-struct NamedError {
-    const char* name;
-    AXError code;
-};
-
-const NamedError errorNames[] = {
-    {"kAXErrorFailure", kAXErrorFailure},
-    {"kAXErrorIllegalArgument", kAXErrorIllegalArgument},
-    {"kAXErrorInvalidUIElement", kAXErrorInvalidUIElement},
-    {"kAXErrorInvalidUIElementObserver", kAXErrorInvalidUIElementObserver},
-    {"kAXErrorCannotComplete", kAXErrorCannotComplete},
-    {"kAXErrorAttributeUnsupported", kAXErrorAttributeUnsupported},
-    {"kAXErrorActionUnsupported", kAXErrorActionUnsupported},
-    {"kAXErrorNotificationUnsupported", kAXErrorNotificationUnsupported},
-    {"kAXErrorNotImplemented", kAXErrorNotImplemented},
-    {"kAXErrorNotificationAlreadyRegistered", kAXErrorNotificationAlreadyRegistered},
-    {"kAXErrorNotificationNotRegistered", kAXErrorNotificationNotRegistered},
-    {"kAXErrorAPIDisabled", kAXErrorAPIDisabled},
-    {"kAXErrorNoValue", kAXErrorNoValue},
-    {"kAXErrorParameterizedAttributeUnsupported", kAXErrorParameterizedAttributeUnsupported},
-    {"kAXErrorNotEnoughPrecision", kAXErrorNotEnoughPrecision},
-};
 
 // The keys of an object as one text for messages: {"a", "b"}.
 QString keyList(const QJsonObject& object) {
@@ -166,13 +144,17 @@ bool FixtureReader::readRect(const QJsonValue& value, const QString& where, CGRe
 }
 
 bool FixtureReader::readError(const QJsonValue& value, const QString& where, AXError* error) {
-    for (const NamedError& known : errorNames) {
-        const bool byName = value.isString() && value.toString() == QLatin1String(known.name);
-        const bool byCode = value.isDouble() && value.toDouble() == double(known.code);
-        if (byName || byCode) {
-            *error = known.code;
-            return true;
-        }
+    std::optional<int> code;
+    if (value.isString())
+        code = axErrorCode(value.toString());
+    else if (value.isDouble() && std::abs(value.toDouble()) < 1e9 &&
+             value.toDouble() == std::trunc(value.toDouble()))
+        code = int(value.toDouble());
+    if (code && axErrorName(*code).isEmpty())
+        code.reset();
+    if (code && *code != kAXErrorSuccess) {
+        *error = AXError(*code);
+        return true;
     }
     return fail(where, QStringLiteral("expected an AXError other than success, as a code or a name "
                                       "(-25204 or \"kAXErrorCannotComplete\")"));

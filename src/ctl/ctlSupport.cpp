@@ -1,0 +1,43 @@
+#include "ctlSupport.h"
+
+#include <QFile>
+#include <QRegularExpression>
+
+#include <cstdio>
+
+QTextStream& ctlOut() {
+    static QTextStream stream(stdout);
+    return stream;
+}
+
+QTextStream& ctlErr() {
+    static QTextStream stream(stderr);
+    return stream;
+}
+
+int ctlFail(int status, const QString& text) {
+    ctlErr() << "ui-element-ctl: " << text << '\n';
+    ctlErr().flush();
+    return status;
+}
+
+bool useDesktopFile(const QString& desktopFile) {
+    if (desktopFile.isEmpty())
+        return true;
+    if (!QFile::exists(desktopFile)) {
+        ctlFail(ctlExitUsage, QStringLiteral("no desktop file %1").arg(desktopFile));
+        return false;
+    }
+    // Chosen once per process, at the first platform call: this comes before any.
+    qputenv("UIET_ACCESSIBILITY", "virtual:" + QFile::encodeName(desktopFile));
+    return true;
+}
+
+bool parseScreenPoint(const QString& text, QPointF& point) {
+    static const QRegularExpression pattern(QStringLiteral("^(-?\\d+(?:\\.\\d+)?),(-?\\d+(?:\\.\\d+)?)$"));
+    const QRegularExpressionMatch match = pattern.match(text);
+    if (!match.hasMatch())
+        return false;
+    point = QPointF(match.captured(1).toDouble(), match.captured(2).toDouble());
+    return qAbs(point.x()) <= maximumScreenCoordinate && qAbs(point.y()) <= maximumScreenCoordinate;
+}

@@ -1,0 +1,28 @@
+#pragma once
+
+// What the verbs of ui-element-ctl share: its two output streams, the choice of desktop, and the
+// reading of screen points.
+
+#include <QPointF>
+#include <QString>
+#include <QTextStream>
+
+inline constexpr int ctlExitSuccess = 0;
+inline constexpr int ctlExitFailure = 1; // the verb ran, but the other side did not answer
+inline constexpr int ctlExitUsage = 2;   // bad arguments or unreadable input
+
+QTextStream& ctlOut();
+QTextStream& ctlErr();
+
+// Prints "ui-element-ctl: <text>" to the error stream and returns status.
+int ctlFail(int status, const QString& text);
+
+// Reads the desktop from the file instead of the live one; false, with a message, when there is
+// no such file. Must come before the first platform call of the process.
+bool useDesktopFile(const QString& desktopFile);
+
+// Far beyond any desktop, and small enough for every integer type a platform call takes.
+inline constexpr double maximumScreenCoordinate = 1000000;
+
+// "X,Y" in screen coordinates, each a decimal number no farther from 0 than the maximum.
+bool parseScreenPoint(const QString& text, QPointF& point);

@@ -1,0 +1,299 @@
+#include "inspectorCommands.h"
+
+#include "CFTypeSmartRef.h"
+#include "NativeUIElement.h"
+#include "appkit/NSRunningApplication.h"
+#include "axErrorNames.h"
+#include "elementTree.h"
+#include "osxUIElementUtils.h"
+#include "windows.h"
+
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QThread>
+
+#include <functional>
+
+namespace {
+
+// How long a window action may take to show on the window: window managers act asynchronously.
+constexpr int windowActionWaitMs = 2000;
+
+QJsonObject errorObject(AXError error) {
+    return QJsonObject{{"name", axErrorName(error)}, {"code", int(error)}};
+}
+
+QString errorText(AXError error) {
+    return QStringLiteral("%1 (%2)").arg(axErrorName(error)).arg(int(error));
+}
+
+CGWindowID windowIdOf(AXUIElementRef window) {
+    CGWindowID id = kCGNullWindowID;
+    return _AXUIElementGetWindow(window, &id) == kAXErrorSuccess ? id : kCGNullWindowID;
+}
+
+pid_t pidOf(AXUIElementRef element) {
+    pid_t pid = 0;
+    return element && AXUIElementGetPid(element, &pid) == kAXErrorSuccess ? pid : 0;
+}
+
+// One answer: text lines, or the parts of one JSON object.
+class Answer {
+public:
+    explicit Answer(bool json) : json(json) {}
+
+    void add(const QString& key, const QString& line, const QJsonValue& value) {
+        lines << line;
+        object.insert(key, value);
+    }
+    void addElement(const QString& key, AXUIElementRef element) {
+        QJsonObject value = elementObject(element);
+        QString line = key + QStringLiteral(": ") + elementLine(element);
+        if (key == QLatin1String("window")) {
+            const CGWindowID id = windowIdOf(element);
+            value.insert("windowId",
+                         id == kCGNullWindowID ? QJsonValue(QJsonValue::Null) : QJsonValue(qint64(id)));
+            line += QStringLiteral(" id %1").arg(id);
+        }
+        add(key, line, value);
+    }
+    void addApplication(pid_t pid) {
+        const QJsonObject application = applicationObject(pid);
+        add(QStringLiteral("application"),
+            QStringLiteral("application: \"%1\" %2 pid %3")
+                .arg(application.value("name").toString(), application.value("bundleId").toString())
+                .arg(pid),
+            application);
+    }
+    int print(int status) {
+        if (json)
+            ctlOut() << QJsonDocument(object).toJson(QJsonDocument::Compact) << '\n';
+        else
+            for (const QString& line : lines)
+                ctlOut() << line << '\n';
+        ctlOut().flush();
+        return status;
+    }
+
+private:
+    bool json;
+    QStringList lines;
+    QJsonObject object;
+};
+
+bool readPoint(const QString& text, QPoint& point) {
+    QPointF exact;
+    if (!parseScreenPoint(text, exact)) {
+        ctlFail(ctlExitUsage,
+                QStringLiteral("the point must be X,Y in screen coordinates, not '%1' (each from -%2 to %2)")
+                    .arg(text)
+                    .arg(maximumScreenCoordinate, 0, 'f', 0));
+        return false;
+    }
+    point = QPoint(int(exact.x()), int(exact.y()));
+    return true;
+}
+
+// The platform's own answer for the element at the point, or null with the reason printed.
+AXUIElementRef copyElementAt(const QPoint& point, const QString& pointText) {
+    const CFTypeSmartRef<AXUIElementRef> systemWide(AXUIElementCreateSystemWide());
+    AXUIElementRef hit = nullptr;
+    const AXError error = AXUIElementCopyElementAtPosition(systemWide, point.x(), point.y(), &hit);
+    if (error == kAXErrorSuccess && hit)
+        return hit;
+    if (hit)
+        CFRelease(hit);
+    ctlFail(ctlExitFailure, QStringLiteral("no element at %1 (%2)").arg(pointText, errorText(error)));
+    return nullptr;
+}
+
+AXUIElementRef copyWindowAt(const QPoint& point, const QString& pointText) {
+    AXUIElementRef window = copyWindowContainingPointRobustly(point);
+    if (!window)
+        ctlFail(ctlExitFailure, QStringLiteral("no window at %1").arg(pointText));
+    return window;
+}
+
+enum class Target { Element, Window };
+
+// Reads the point, chooses the desktop and finds the element, or the window, at the point; null,
+// with the exit status in status, when the input is bad or nothing is there.
+CFTypeSmartRef<AXUIElementRef> lookUpAt(const InspectorOptions& options, const QString& pointText,
+                                        Target target, int& status) {
+    QPoint point;
+    if (!readPoint(pointText, point) || !useDesktopFile(options.desktopFile)) {
+        status = ctlExitUsage;
+        return CFTypeSmartRef<AXUIElementRef>();
+    }
+    CFTypeSmartRef<AXUIElementRef> found(target == Target::Window ? copyWindowAt(point, pointText)
+                                                                  : copyElementAt(point, pointText));
+    status = found ? ctlExitSuccess : ctlExitFailure;
+    return found;
+}
+
+// An answer that begins with the element, under key, and its application.
+Answer answerAbout(bool json, const QString& key, AXUIElementRef element) {
+    Answer answer(json);
+    answer.addElement(key, element);
+    answer.addApplication(pidOf(element));
+    return answer;
+}
+
+// Waits until the condition holds, for at most windowActionWaitMs.
+bool waitFor(const std::function<bool()>& condition) {
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() >= windowActionWaitMs)
+            return false;
+        QThread::msleep(20);
+    }
+    return true;
+}
+
+bool isMinimized(AXUIElementRef window) {
+    return UIElementAttributeValue(window, CFSTR("AXMinimized"), true).toBool();
+}
+
+// A window that is closed is gone from the application: the element answers nothing any more, or
+// its application no longer lists it.
+bool isClosed(AXUIElementRef window) {
+    CFTypeSmartRef<CFTypeRef> role;
+    if (AXUIElementCopyAttributeValue(window, CFSTR("AXRole"), role.out()) == kAXErrorInvalidUIElement)
+        return true;
+    const CFTypeSmartRef<AXUIElementRef> application(AXUIElementCreateApplication(pidOf(window)));
+    CFTypeSmartRef<CFTypeRef> windows;
+    if (AXUIElementCopyAttributeValue(application, CFSTR("AXWindows"), windows.out()) != kAXErrorSuccess ||
+        !windows || CFGetTypeID(windows) != CFArrayGetTypeID())
+        return false;
+    const auto list = static_cast<CFArrayRef>(windows.get());
+    return !CFArrayContainsValue(list, CFRangeMake(0, CFArrayGetCount(list)), window);
+}
+
+} // namespace
+
+QJsonObject applicationObject(pid_t pid) {
+    const NSRunningApplication* application =
+        pid ? NSRunningApplication::runningApplicationWithProcessIdentifier(pid) : nullptr;
+    return QJsonObject{{"pid", int(pid)},
+                       {"bundleId", application ? application->bundleIdentifier() : QString()},
+                       {"name", application ? application->localizedName() : QString()}};
+}
+
+bool takeInspectorOptions(QStringList& arguments, InspectorOptions& options) {
+    for (qsizetype i = 0; i < arguments.size();) {
+        if (arguments.at(i) == QLatin1String("--json")) {
+            options.json = true;
+            arguments.removeAt(i);
+        } else if (arguments.at(i) == QLatin1String("--desktop")) {
+            if (i + 1 >= arguments.size())
+                return false;
+            options.desktopFile = arguments.at(i + 1);
+            arguments.remove(i, 2);
+        } else {
+            ++i;
+        }
+    }
+    return true;
+}
+
+bool isPointVerb(const QString& verb) {
+    static const QStringList verbs{"at", "window", "press", "raise", "minimize", "zoom", "close"};
+    return verbs.contains(verb);
+}
+
+int runAt(const InspectorOptions& options, const QString& pointText) {
+    int status = ctlExitSuccess;
+    const CFTypeSmartRef<AXUIElementRef> hit = lookUpAt(options, pointText, Target::Element, status);
+    if (!hit)
+        return status;
+    if (options.json)
+        return answerAbout(true, QStringLiteral("element"), hit).print(ctlExitSuccess);
+    for (const QString& line : elementAncestryLines(hit))
+        ctlOut() << line << '\n';
+    ctlOut().flush();
+    return ctlExitSuccess;
+}
+
+int runWindow(const InspectorOptions& options, const QString& pointText) {
+    int status = ctlExitSuccess;
+    const CFTypeSmartRef<AXUIElementRef> window = lookUpAt(options, pointText, Target::Window, status);
+    if (!window)
+        return status;
+    return answerAbout(options.json, QStringLiteral("window"), window).print(ctlExitSuccess);
+}
+
+int runFocused(const InspectorOptions& options) {
+    if (!useDesktopFile(options.desktopFile))
+        return ctlExitUsage;
+    const CFTypeSmartRef<AXUIElementRef> systemWide(AXUIElementCreateSystemWide());
+    CFTypeSmartRef<CFTypeRef> focused;
+    if (AXUIElementCopyAttributeValue(systemWide, CFSTR("AXFocusedUIElement"), focused.out()) !=
+            kAXErrorSuccess ||
+        !focused || CFGetTypeID(focused) != AXUIElementGetTypeID())
+        focused.reset();
+    const auto element = static_cast<AXUIElementRef>(focused.get());
+    const CFTypeSmartRef<AXUIElementRef> window(copyFocusedWindow());
+    if (!element && !window)
+        return ctlFail(ctlExitFailure, QStringLiteral("no element and no window has the focus"));
+    Answer answer(options.json);
+    if (element)
+        answer.addElement(QStringLiteral("element"), element);
+    if (window)
+        answer.addElement(QStringLiteral("window"), window);
+    answer.addApplication(pidOf(element ? element : window.get()));
+    return answer.print(ctlExitSuccess);
+}
+
+int runPress(const InspectorOptions& options, const QString& pointText) {
+    int status = ctlExitSuccess;
+    const CFTypeSmartRef<AXUIElementRef> hit = lookUpAt(options, pointText, Target::Element, status);
+    if (!hit)
+        return status;
+    Answer answer(options.json);
+    answer.addElement(QStringLiteral("element"), hit);
+    const AXError error = AXUIElementPerformAction(hit, CFSTR("AXPress"));
+    answer.add(QStringLiteral("result"), QStringLiteral("AXPress: ") + errorText(error), errorObject(error));
+    return answer.print(error == kAXErrorSuccess ? ctlExitSuccess : ctlExitFailure);
+}
+
+int runWindowAction(const InspectorOptions& options, const QString& verb, const QString& pointText) {
+    int status = ctlExitSuccess;
+    const CFTypeSmartRef<AXUIElementRef> window = lookUpAt(options, pointText, Target::Window, status);
+    if (!window)
+        return status;
+    Answer answer = answerAbout(options.json, QStringLiteral("window"), window);
+
+    QString outcome;
+    bool done = false;
+    if (verb == QLatin1String("raise")) {
+        int pid = 0;
+        const int result = activateWindow(window, pid);
+        done = result != 1;
+        outcome = result == 2 ? QStringLiteral("already focused")
+                              : (done ? QStringLiteral("activated") : QStringLiteral("not activated"));
+    } else {
+        NativeUIElement handle;
+        handle.setOSSpecificElementReference(const_cast<void*>(CFRetain(window)));
+        const QRect frameBefore = UIElementRect(window);
+        std::function<bool()> shown;
+        if (verb == QLatin1String("minimize")) {
+            minimizeWindow(handle);
+            shown = [&] { return isMinimized(window); };
+        } else if (verb == QLatin1String("zoom")) {
+            zoomWindow(handle);
+            shown = [&] { return UIElementRect(window) != frameBefore; };
+        } else {
+            closeWindow(handle);
+            shown = [&] { return isClosed(window); };
+        }
+        done = waitFor(shown);
+        outcome = done ? QStringLiteral("done")
+                       : QStringLiteral("no effect on the window within %1 ms").arg(windowActionWaitMs);
+    }
+    answer.add(QStringLiteral("result"), verb + QStringLiteral(": ") + outcome,
+               QJsonObject{{"verb", verb}, {"done", done}, {"outcome", outcome}});
+    return answer.print(done ? ctlExitSuccess : ctlExitFailure);
+}
