@@ -4,6 +4,7 @@
 //   bench_liveWalk PID [REPEATS]
 
 #include "CFTypeSmartRef.h"
+#include "liveBenchArguments.h"
 #include "osxUIElementUtils.h"
 #include "platformAccessibility.h"
 
@@ -41,14 +42,10 @@ void walk(AXUIElementRef element, Walk& totals, int depth = 0) {
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
-    const QStringList arguments = application.arguments();
-    bool ok = false;
-    const pid_t pid = arguments.value(1).toInt(&ok);
-    const int repeats = arguments.size() > 2 ? arguments.at(2).toInt() : 5;
-    if (!ok || repeats < 1) {
-        std::fprintf(stderr, "usage: bench_liveWalk PID [REPEATS]\n");
+    pid_t pid = 0;
+    int repeats = 0;
+    if (!readLiveBenchArguments(application.arguments(), 5, pid, repeats))
         return 2;
-    }
     const CFTypeSmartRef<AXUIElementRef> root(AXUIElementCreateApplication(pid));
     Walk totals;
     QElapsedTimer timer;

@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/bootstrap.sh
-scripts/build.sh plain bench_commandLoad bench_liveWalk dbusCallCounter | tail -n 1
+scripts/build.sh plain bench_commandLoad bench_liveWalk bench_liveQuestions dbusCallCounter | tail -n 1
 
 TMPDIR=$(mktemp -d /tmp/uiet-bench-XXXXXX)
 export TMPDIR
@@ -30,4 +30,11 @@ for walker in "build/bench/bench_liveWalk" "/usr/bin/python3 bench/pyatspi_walk.
   calls=$(cat "$TMPDIR/calls")
   awk -v name="${walker##*/}" -v result="$result" -v calls="$calls" -v reads="$reads" \
     'BEGIN { printf "%-18s %s  round trips %d  per read %.2f\n", name, result, calls, calls / reads }'
+done
+
+echo
+echo "== the verified ancestors and the window of every element of gtk3-widget-factory"
+for walker in "build/bench/bench_liveQuestions" "/usr/bin/python3 bench/pyatspi_questions.py"; do
+  echo "-- ${walker##*/}"
+  LD_PRELOAD="$PWD/build/bench/libdbusCallCounter.so" $walker "$factory" 3
 done
