@@ -11,8 +11,9 @@ packages=(
   # The live desktop of the tests, the demo and the benchmark: a headless X server, a session
   # bus with the accessibility bus, a real application, and the plain walk to compare with.
   xvfb xauth dbus dbus-x11 at-spi2-core libatk-adaptor gtk-3-examples python3-pyatspi
-  # A small window manager that follows the EWMH standard, for the window tests that need one.
-  openbox
+  # A small window manager that follows the EWMH standard, for the window tests and the demo, and
+  # xprop, by which the demo sees that it runs.
+  openbox x11-utils
 )
 
 missing=()

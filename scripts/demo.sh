@@ -3,7 +3,8 @@
 # accessibility bus) where a real application runs, gtk3-widget-factory: starts ui-element-tool
 # and `ui-element-ctl reports`, sends commands with `ui-element-ctl send`, and shows the answers
 # and the tool's log; then reads the application through the accessibility layer with
-# `ui-element-ctl tree` and `ui-element-ctl at`.
+# `ui-element-ctl tree`, `at`, `window` and `focused`, presses a button of it, and acts on its
+# window through the window manager (openbox) with `zoom` and `close`.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -23,8 +24,9 @@ cleanup() {
 trap cleanup EXIT
 
 ctl=build/src/ctl/ui-element-ctl
-echo "== the live desktop: Xvfb, a session bus with the accessibility bus, and gtk3-widget-factory"
+echo "== the live desktop: Xvfb, a session bus with the accessibility bus, openbox and gtk3-widget-factory"
 start_live_session "$work/live"
+live_start_window_manager
 live_start gtk3-widget-factory
 
 echo "== starting ui-element-tool (log in $work/tool.log)"
@@ -73,3 +75,17 @@ read -r x y w h < <(grep -m 1 'AXRadioButton "Page 2"' "$work/tree.txt" \
 point="$(( x + w / 2 )),$(( y + h / 2 ))"
 echo "== ui-element-ctl at $point   (the element there and its ancestors)"
 "$ctl" at "$point" | sed 's/^/   /'
+echo "== ui-element-ctl window $point   (the window there, with its application)"
+"$ctl" window "$point" | sed 's/^/   /'
+echo "== ui-element-ctl press $point   (the stack switches to Page 2)"
+"$ctl" press "$point" | sed 's/^/   /'
+echo "== ui-element-ctl focused"
+"$ctl" focused | sed 's/^/   /'
+echo "== ui-element-ctl window --json $point"
+"$ctl" window --json "$point" | sed 's/^/   /'
+echo "== ui-element-ctl zoom $point   (the header bar's Maximize button, through the window manager)"
+"$ctl" zoom "$point" 2>/dev/null | sed 's/^/   /'
+echo "== ui-element-ctl zoom $point   (and back)"
+"$ctl" zoom "$point" 2>/dev/null | sed 's/^/   /'
+echo "== ui-element-ctl close $point   (the window closes, and gtk3-widget-factory with it)"
+"$ctl" close "$point" 2>/dev/null | sed 's/^/   /'

@@ -2,6 +2,7 @@
 #   start_live_session DIR    starts Xvfb, a session bus and the accessibility bus, exports what
 #                             applications and the tools need to use them
 #   live_start PROGRAM ...    starts a program there, ended with the session
+#   live_start_window_manager starts openbox there and waits until it manages the screen
 #   live_wait_for_tree CTL APP TEXT
 #                             waits until `CTL tree APP` shows TEXT: the application is up on the
 #                             accessibility bus with its content
@@ -41,6 +42,13 @@ start_live_session() {
 live_start() {
   "$@" >/dev/null 2>&1 &
   live_pids+=($!)
+}
+
+live_start_window_manager() {
+  live_start openbox --sm-disable
+  live_wait_for 20 sh -c 'xprop -root _NET_SUPPORTING_WM_CHECK | grep -q "window id"' && return 0
+  echo "live session: openbox did not start" >&2
+  return 1
 }
 
 live_wait_for_tree() {
