@@ -56,6 +56,14 @@ class TestLiveQtApplication : public QObject, private LiveDesktopTestBase {
         return AXUIElementPerformAction(element, name);
     }
 
+    // The titles of the windows that the accessibility layer's two lookups at a point find: through
+    // the element there, and through the window server.
+    QString windowLookupsAt(const QPoint& point) {
+        Ref<AXUIElementRef> byElement(copyWindowContainingPoint(point));
+        Ref<AXUIElementRef> byWindowServer(copyWindowContainingPointUsingPrivateAPIs(point));
+        return UIElementTitle(byElement) + QStringLiteral(", ") + UIElementTitle(byWindowServer);
+    }
+
     // The title of the window that holds the element at the point, or why there is none.
     QString windowTitleAt(CGPoint point) {
         Ref<AXUIElementRef> systemWide(AXUIElementCreateSystemWide());
@@ -220,9 +228,12 @@ private Q_SLOTS:
     void theFrontWindowWinsWhereWindowsOverlap() {
         const CGPoint overlap{400, 300};
         QCOMPARE(windowTitleAt(overlap), QString("Fixture Tool"));
+        QCOMPARE(windowLookupsAt(QPoint(400, 300)), QString("Fixture Tool, Fixture Tool"));
         QVERIFY(command("raise main"));
         QVERIFY(LiveDesktopSession::waitUntil([&] { return windowTitleAt(overlap) == "Fixture Main"; }));
+        QCOMPARE(windowLookupsAt(QPoint(400, 300)), QString("Fixture Main, Fixture Main"));
         QCOMPARE(windowTitleAt(CGPoint{550, 420}), QString("Fixture Tool"));
+        QCOMPARE(windowLookupsAt(QPoint(550, 420)), QString("Fixture Tool, Fixture Tool"));
         QVERIFY(command("raise tool"));
         QVERIFY(LiveDesktopSession::waitUntil([&] { return windowTitleAt(overlap) == "Fixture Tool"; }));
         QCOMPARE(windowTitleAt(CGPoint{1000, 900}), QString("error %1").arg(kAXErrorNoValue));

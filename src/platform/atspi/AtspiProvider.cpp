@@ -143,6 +143,7 @@ void AtspiProvider::forget(const Element& element) {
     auto found = known.find(element.id);
     if (found != known.end()) {
         interfaceCache.remove(found->key);
+        x11WindowsByKey.remove(found->key);
         idsByKey.remove(found->key);
         g_object_unref(found->accessible);
         known.erase(found);
@@ -679,19 +680,39 @@ std::optional<CGWindowID> AtspiProvider::x11WindowOf(AtspiReader& window, pid_t 
     const QString title = window.name();
     if (window.error() != kAXErrorSuccess)
         return std::nullopt;
+    const QList<WindowInfo> candidates = x11->windows();
     std::optional<CGWindowID> sameTitle;
     int sameTitleCount = 0;
-    for (const WindowInfo& candidate : x11->windows()) {
+    for (const WindowInfo& candidate : candidates) {
         if (candidate.owner != pid)
             continue;
         if (frame && sameFrame(candidate.frame, *frame) && (title.isEmpty() || candidate.title == title))
-            return candidate.id;
+            return rememberX11Window(window, candidate.id);
         if (!title.isEmpty() && candidate.title == title) {
             sameTitle = candidate.id;
             ++sameTitleCount;
         }
     }
-    return sameTitleCount == 1 ? sameTitle : std::nullopt;
+    if (sameTitleCount == 1)
+        return rememberX11Window(window, *sameTitle);
+    // A minimized window may tell neither its frame nor its title (Qt's loses its name, and a
+    // window manager moves it): the X11 window it had while it was shown, where that still lives
+    // and is the process's.
+    const auto remembered = x11WindowsByKey.constFind(window.key());
+    if (remembered == x11WindowsByKey.constEnd())
+        return std::nullopt;
+    for (const WindowInfo& candidate : candidates) {
+        if (candidate.id == *remembered && candidate.owner == pid)
+            return candidate.id;
+    }
+    return std::nullopt;
+}
+
+CGWindowID AtspiProvider::rememberX11Window(const AtspiReader& window, CGWindowID id) {
+    if (x11WindowsByKey.size() > maximumCachedInterfaces)
+        x11WindowsByKey.clear();
+    x11WindowsByKey.insert(window.key(), id);
+    return id;
 }
 
 template <typename Act> AXError AtspiProvider::actOnX11Window(AtspiReader& window, Act act) {

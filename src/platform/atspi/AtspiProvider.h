@@ -91,8 +91,10 @@ private:
 
     // The X11 window that shows an accessible window of process `pid`: the one with the same frame
     // and title, or else the only one with the same title (a minimized window's frame may be
-    // reported otherwise by the toolkit and the window server).
+    // reported otherwise by the toolkit and the window server), or else the one it was found to be
+    // before, while that lives.
     std::optional<CGWindowID> x11WindowOf(AtspiReader& window, pid_t pid);
+    CGWindowID rememberX11Window(const AtspiReader& window, CGWindowID id);
     // Acts on the X11 window of an accessible window with `act`: kAXErrorCannotComplete when there
     // is no window server, no X11 window or the request fails.
     template <typename Act> AXError actOnX11Window(AtspiReader& window, Act act);
@@ -125,6 +127,9 @@ private:
     // Emptied when it grows past this, so that elements that come and go cannot fill it.
     static constexpr qsizetype maximumCachedInterfaces = 100000;
     AtspiInterfaceCache interfaceCache;
+    // The X11 window found for each accessible window, by its key: an accessible window keeps its
+    // X11 window for life. Emptied as the interfaces are.
+    QHash<QByteArray, CGWindowID> x11WindowsByKey;
     // A frame read for AXSize or AXPosition answers the other of the two for the same element
     // when it is asked within this time, once.
     static constexpr int frameReuseMs = 5;
