@@ -19,6 +19,8 @@ for target in build-fuzz/fuzz/fuzz_*; do
   name=$(basename "$target"); name=${name#fuzz_}
   corpus=$(mktemp -d "$TMPDIR/corpus-XXXXXX")
   [ -d "fuzz/seeds/$name" ] && cp -r "fuzz/seeds/$name/." "$corpus/"
+  # The desktops of the tests are seeds as well.
+  [ "$name" = desktopFixture ] && cp tests/fixtures/*.json "$corpus/"
   echo "== fuzzing $name for ${seconds}s"
   if ! "$target" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix="$corpus/" "$corpus" \
         >"$corpus.log" 2>&1; then
