@@ -26,8 +26,9 @@ trap cleanup EXIT
 ctl=build/src/ctl/ui-element-ctl
 echo "== the live desktop: Xvfb, a session bus with the accessibility bus, openbox and gtk3-widget-factory"
 start_live_session "$work/live"
-live_start_window_manager
 live_start gtk3-widget-factory
+live_wait_for_tree "$ctl" gtk3-widget-factory 'AXRadioButton "Page 2"'
+live_start_window_manager
 
 echo "== starting ui-element-tool (log in $work/tool.log)"
 build/src/tool/ui-element-tool >"$work/tool.log" 2>&1 &

@@ -2,7 +2,9 @@
 #   start_live_session DIR    starts Xvfb, a session bus and the accessibility bus, exports what
 #                             applications and the tools need to use them
 #   live_start PROGRAM ...    starts a program there, ended with the session
-#   live_start_window_manager starts openbox there and waits until it manages the screen
+#   live_start_window_manager starts openbox there and waits until it has announced itself. Start
+#                             the applications first: openbox takes over the windows there are,
+#                             but drops a window mapped while it is still starting
 #   live_wait_for_tree CTL APP TEXT
 #                             waits until `CTL tree APP` shows TEXT: the application is up on the
 #                             accessibility bus with its content

@@ -69,6 +69,35 @@ bool windowManagerAnnounced(Display* display) {
     return type == XA_WINDOW && count == 1;
 }
 
+// Whether the window manager manages windows mapped from now on. Openbox announces itself before
+// it has finished starting, and a window mapped in between is never managed: the request to map it
+// is dropped, and the window stays unmapped. So probe windows of this connection's own are mapped,
+// one after the other, until the manager puts one into a frame of its own.
+bool windowManagerManages(Display* display) {
+    constexpr int probeTimeoutMs = 1000;
+    const Window root = DefaultRootWindow(display);
+    return LiveDesktopSession::waitUntil(
+        [&] {
+            const Window probe = XCreateSimpleWindow(display, root, 0, 0, 1, 1, 0, 0, 0);
+            XMapWindow(display, probe);
+            XSync(display, False);
+            const bool managed = LiveDesktopSession::waitUntil(
+                [&] {
+                    Window rootReturn = None, parent = None, *children = nullptr;
+                    unsigned int count = 0;
+                    XQueryTree(display, probe, &rootReturn, &parent, &children, &count);
+                    if (children)
+                        XFree(children);
+                    return parent != None && parent != root;
+                },
+                probeTimeoutMs);
+            XDestroyWindow(display, probe);
+            XSync(display, False);
+            return managed;
+        },
+        kStartTimeoutMs);
+}
+
 } // namespace
 
 LiveDesktopSession::LiveDesktopSession(Bus bus, WindowManager windowManager)
@@ -224,7 +253,7 @@ bool LiveDesktopSession::startOpenbox() {
     const bool announced =
         waitUntil([&] { return openbox->state() != QProcess::Running || windowManagerAnnounced(display); },
                   kStartTimeoutMs) &&
-        openbox->state() == QProcess::Running;
+        openbox->state() == QProcess::Running && windowManagerManages(display);
     XCloseDisplay(display);
     if (!announced)
         return fail(QStringLiteral("openbox did not take the display: ") + diagnosis(openbox));
