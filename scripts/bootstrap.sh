@@ -7,7 +7,7 @@ packages=(
   cmake ninja-build g++ ccache pkg-config
   qt6-base-dev qt6-base-dev-tools
   clang libclang-rt-14-dev
-  libatspi2.0-dev libx11-dev
+  libatspi2.0-dev libx11-dev libxrandr-dev
   # The live desktop of the tests, the demo and the benchmark: a headless X server, a session
   # bus with the accessibility bus, a real application, and the plain walk to compare with.
   xvfb xauth dbus dbus-x11 at-spi2-core libatk-adaptor gtk-3-examples python3-pyatspi

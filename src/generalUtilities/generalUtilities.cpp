@@ -11,6 +11,7 @@
 #include <QMetaObject>
 #include <QMetaType>
 #include <QObject>
+#include <QScreen>
 #include <QTime>
 #include <QUrl>
 #include <QtMath>
@@ -18,6 +19,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -380,4 +382,127 @@ QString joinPaths(const QString& base, const QList<QString>& parts) {
     for (const QString& part : parts)
         path = QDir(path).filePath(part);
     return path;
+}
+
+namespace {
+
+QList<QScreen*> currentScreens() {
+    return guiApplicationIsRunning() ? QGuiApplication::screens() : QList<QScreen*>();
+}
+
+QScreen* primaryScreen() {
+    return guiApplicationIsRunning() ? QGuiApplication::primaryScreen() : nullptr;
+}
+
+QScreen* screenAt(int index) {
+    const QList<QScreen*> screens = currentScreens();
+    return index >= 0 && index < screens.size() ? screens[index] : nullptr;
+}
+
+template <typename RectOf> int nearestScreenIndex(const QPoint& point, RectOf rectOf) {
+    const QList<QScreen*> screens = currentScreens();
+    int nearest = 0;
+    double nearestDistance = std::numeric_limits<double>::max();
+    for (int index = 0; index < screens.size(); ++index) {
+        const QRect rect = rectOf(screens[index]);
+        if (rect.contains(point))
+            return index;
+        const double distance = rectDistanceFromPoint(rect, point);
+        if (distance < nearestDistance) {
+            nearestDistance = distance;
+            nearest = index;
+        }
+    }
+    return nearest;
+}
+
+QRect geometryOf(const QScreen* screen) {
+    return screen ? screen->geometry() : QRect();
+}
+
+QPoint roundedHalfAwayFromZero(const QPointF& point) {
+    return QPoint(int(std::lround(point.x())), int(std::lround(point.y())));
+}
+
+// Over the rectangle's width and height, not right - left: see pointInRectToNormalizedCoordinates.
+QPointF normalizedIn(const QRect& rect, const QPoint& point) {
+    return pointInRectToNormalizedCoordinates(QRectF(rect), QPointF(point));
+}
+
+} // namespace
+
+double systemDevicePixelRatio() {
+    const QScreen* screen = primaryScreen();
+    return screen ? screen->devicePixelRatio() : 1.0;
+}
+
+QRect screensBoundingBox() {
+    QRect box;
+    for (const QRect& rect : allScreenGeometry())
+        box = box | rect;
+    return box;
+}
+
+QList<QRect> allScreenGeometry() {
+    QList<QRect> result;
+    for (const QScreen* screen : currentScreens())
+        result.append(screen->geometry());
+    return result;
+}
+
+bool pointIsOffScreen(const QPoint& point) {
+    const QList<QRect> all = allScreenGeometry();
+    return std::none_of(all.cbegin(), all.cend(),
+                        [&point](const QRect& rect) { return rect.contains(point); });
+}
+
+QRect unscaledScreenRect(const QScreen* screen) {
+    if (!screen)
+        return QRect();
+    const QRect geometry = screen->geometry();
+    const double ratio = screen->devicePixelRatio();
+    return QRect(geometry.topLeft(), QSize(int(geometry.width() * ratio), int(geometry.height() * ratio)));
+}
+
+int screenIndexContainingPoint(const QPoint& point) {
+    return nearestScreenIndex(point, geometryOf);
+}
+
+int screenIndexContainingUnscaledPoint(const QPoint& point) {
+    return nearestScreenIndex(point, unscaledScreenRect);
+}
+
+QScreen* screenContainingPoint(const QPoint& point) {
+    return screenAt(screenIndexContainingPoint(point));
+}
+
+QScreen* screenContainingUnscaledPoint(const QPoint& point) {
+    return screenAt(screenIndexContainingUnscaledPoint(point));
+}
+
+QRect rectOfScreenContainingPoint(const QPoint& point) {
+    const QScreen* screen = screenContainingPoint(point);
+    return geometryOf(screen ? screen : primaryScreen());
+}
+
+QRect unscaledRectOfScreenContainingUnscaledPoint(const QPoint& point) {
+    const QScreen* screen = screenContainingPoint(point);
+    return unscaledScreenRect(screen ? screen : primaryScreen());
+}
+
+QRect rectOfScreenWithIndex(int index) {
+    if (const QScreen* screen = screenAt(index))
+        return screen->geometry();
+    const QScreen* primary = primaryScreen();
+    return primary ? primary->geometry() : QRect(0, 0, 0, 0);
+}
+
+QPointF screenPosToNormalizedCoordinates(const QPointF& point) {
+    const QPoint rounded = roundedHalfAwayFromZero(point);
+    return normalizedIn(rectOfScreenContainingPoint(rounded), rounded);
+}
+
+QPointF unscaledScreenPosToNormalizedCoordinates(const QPointF& point) {
+    const QPoint rounded = roundedHalfAwayFromZero(point);
+    return normalizedIn(unscaledRectOfScreenContainingUnscaledPoint(rounded), rounded);
 }

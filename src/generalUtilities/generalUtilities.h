@@ -105,3 +105,33 @@ bool isIntegerVariant(const QVariant& value);
 bool stringIsInteger(const QString& string);
 QString firstLetterCapitalized(const QString& string);
 QString joinPaths(const QString& base, const QList<QString>& parts);
+
+// Screens. Global coordinates: top-left origin of the primary screen, y downward. The unscaled
+// rectangle of a screen has the origin of its geometry and the size in device pixels (width and
+// height times the device pixel ratio, truncated); origins are never scaled. The screen list is
+// read at each call. Without a QGuiApplication, or while it has no screens, there are none:
+// the ratio is 1.0, rectangles are null, a point is off screen, its screen index is 0 and its
+// screen null, and normalized coordinates are (0, 0).
+
+class QScreen;
+
+double systemDevicePixelRatio();
+QRect screensBoundingBox();
+QList<QRect> allScreenGeometry();
+bool pointIsOffScreen(const QPoint& point);
+QRect unscaledScreenRect(const QScreen* screen);
+// The first screen that contains the point, else the nearest one (the first among equally near).
+int screenIndexContainingPoint(const QPoint& point);
+int screenIndexContainingUnscaledPoint(const QPoint& point);
+QScreen* screenContainingPoint(const QPoint& point);
+QScreen* screenContainingUnscaledPoint(const QPoint& point);
+// Of the primary screen when no screen is found.
+QRect rectOfScreenContainingPoint(const QPoint& point);
+// The screen is chosen by the logical test although the point is unscaled.
+QRect unscaledRectOfScreenContainingUnscaledPoint(const QPoint& point);
+// The primary screen's for an index out of range; all zeros without a primary screen.
+QRect rectOfScreenWithIndex(int index);
+// 0 to 1 over the screen of the point rounded half away from zero; the right and bottom edge
+// pixels map slightly below 1.
+QPointF screenPosToNormalizedCoordinates(const QPointF& point);
+QPointF unscaledScreenPosToNormalizedCoordinates(const QPointF& point);

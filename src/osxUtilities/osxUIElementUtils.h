@@ -225,3 +225,42 @@ AXUIElementRef copyTitlebarButtonOfWindow(AXUIElementRef window, CFStringRef but
 // fallbackAttribute, fallbackValue and action may be null.
 void pressTitlebarButtonOfWindow(AXUIElementRef window, CFStringRef buttonAttribute, CFStringRef buttonSubrole,
                                  CFStringRef fallbackAttribute, CFTypeRef fallbackValue, CFStringRef action);
+
+// ----------------------------------------------------------------------------------------------
+// Hit testing (osxUIElementHitTesting.cpp).
+//
+// The platform's one call for the element at a point comes first; some applications answer it
+// with a coarse container or nothing, and then the application's tree is searched by rectangles
+// (or, in Pro Tools, by its window layout). A time-out ends all further work.
+
+// The platform's answer and nothing else. error, when given, is cleared first and set to the
+// platform's result when there is no element.
+AXUIElementRef copyUIElementAtPosition(float x, float y, AXError* error = nullptr);
+AXUIElementRef copyUIElementAtPosition(const QPoint& point, AXError* error = nullptr);
+
+// How the full strategy came to its answer.
+enum class UIElementHitTestWay {
+    Nothing,         // no element, found neither way
+    PlatformAnswer,  // the platform's own answer
+    ProToolsSearch,  // the search of a Pro Tools window
+    RectangleSearch, // the search of the application's tree by rectangles
+    TimedOut,        // the application did not answer; nothing further was tried
+};
+
+// The full strategy; error is set only to kAXErrorCannotComplete, for a time-out.
+AXUIElementRef copyUIElementAtPositionEmployingSearchIfNecessary(const QPoint& point, AXError* error = nullptr);
+// The same, telling which way it went.
+AXUIElementRef copyUIElementAtPositionEmployingSearchIfNecessary(const QPoint& point, AXError* error,
+                                                                 UIElementHitTestWay* way);
+// The rectangle search over the application whose window is under the point; null for this
+// process's own windows.
+AXUIElementRef copyUIElementAtPositionBySearchingApplicationWithWindowContainingPoint(const QPoint& point);
+AXUIElementRef copyUIElementAtPositionBySearchingApplication(AXUIElementRef application, const QPoint& point);
+AXUIElementRef recursivelySearchChildrenForLeafElementContainingPoint(AXUIElementRef element, const QPoint& point,
+                                                                      bool pruneByRect, int depth);
+
+AXUIElementRef copyFocusedUIElement(AXError* error = nullptr);
+AXUIElementRef copyFocusedApplication();
+int pidOfFocusedApplication();
+AXUIElementRef copyUIElementOfTypeAtPosition(const QPoint& point, const QString& type);
+AXUIElementRef copyUIElementWithRoleAtPosition(const QPoint& point, const QString& role);

@@ -2,7 +2,9 @@
 
 #include "AtspiReader.h"
 #include "AtspiRoles.h"
+#include "GnomeMagnifier.h"
 #include "LiveProcesses.h"
+#include "LiveScreens.h"
 #include "X11Desktop.h"
 #include "virtual/ValueConversion.h"
 
@@ -838,11 +840,17 @@ QList<ApplicationInfo> AtspiProvider::applications() {
 
 QList<ScreenInfo> AtspiProvider::screens() {
     QMutexLocker locker(&mutex);
-    return x11 ? x11->screens() : QList<ScreenInfo>();
+    return liveScreens(x11 ? x11->screens() : QList<ScreenInfo>());
 }
 
+// Not under the lock: a magnifier that does not answer holds up no other question.
 ZoomInfo AtspiProvider::zoom() {
-    return ZoomInfo();
+    return readMagnifierZoom();
+}
+
+double AtspiProvider::menuBarHeight() {
+    QMutexLocker locker(&mutex);
+    return x11 ? toPoints(x11->workAreaTop()) : 0;
 }
 
 CGPoint AtspiProvider::mousePosition() {

@@ -7,6 +7,7 @@
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+#include <X11/extensions/Xrandr.h>
 
 #include <algorithm>
 #include <climits>
@@ -158,6 +159,8 @@ struct X11Desktop::Atoms {
     const Atom netCloseWindow = intern("_NET_CLOSE_WINDOW");
     const Atom wmProtocols = intern("WM_PROTOCOLS");
     const Atom wmDeleteWindow = intern("WM_DELETE_WINDOW");
+    const Atom netWorkarea = intern("_NET_WORKAREA");
+    const Atom netCurrentDesktop = intern("_NET_CURRENT_DESKTOP");
 };
 
 std::unique_ptr<X11Desktop> X11Desktop::open(const QString& displayName) {
@@ -345,7 +348,46 @@ QList<unsigned long> X11Desktop::atomList(XWindow window, unsigned long name) {
 }
 
 QList<ScreenInfo> X11Desktop::screens() {
+    if (lost)
+        return {};
     ErrorTrap trap(display);
+    QList<ScreenInfo> result = monitors();
+    if (result.isEmpty())
+        result = rootScreens();
+    return lost ? QList<ScreenInfo>() : result;
+}
+
+// The RandR monitors of the default screen, the primary one first, then in the server's order.
+// Empty when the server has no RandR 1.5 or lists no monitor.
+QList<ScreenInfo> X11Desktop::monitors() {
+    int eventBase = 0, errorBase = 0, major = 0, minor = 0;
+    if (!XRRQueryExtension(display, &eventBase, &errorBase) || !XRRQueryVersion(display, &major, &minor) ||
+        major * 100 + minor < 105)
+        return {};
+    int count = 0;
+    XRRMonitorInfo* list = XRRGetMonitors(display, DefaultRootWindow(display), True, &count);
+    QList<ScreenInfo> result;
+    for (int n = 0; n < count; ++n) {
+        const XRRMonitorInfo& monitor = list[n];
+        ScreenInfo screen;
+        screen.frame = CGRectMake(monitor.x, monitor.y, monitor.width, monitor.height);
+        char* name = monitor.name != None ? XGetAtomName(display, monitor.name) : nullptr;
+        screen.name = QString::fromUtf8(name);
+        if (name)
+            XFree(name);
+        screen.physicalSize = CGSizeMake(monitor.mwidth, monitor.mheight);
+        if (monitor.primary)
+            result.prepend(screen);
+        else
+            result.append(screen);
+    }
+    if (list)
+        XRRFreeMonitors(list);
+    return result;
+}
+
+// One per X screen, named after the display: a server without RandR monitors.
+QList<ScreenInfo> X11Desktop::rootScreens() {
     QList<ScreenInfo> result;
     // The display's name without a screen number: ":1" of ":1.0".
     QString server = QString::fromLocal8Bit(DisplayString(display));
@@ -361,12 +403,28 @@ QList<ScreenInfo> X11Desktop::screens() {
             continue;
         ScreenInfo screen;
         screen.frame = CGRectMake(x, y, width, height);
-        screen.scale = 1.0;
         screen.name = QStringLiteral("%1.%2").arg(server).arg(n);
         screen.physicalSize = CGSizeMake(DisplayWidthMM(display, n), DisplayHeightMM(display, n));
         result.append(screen);
     }
-    return lost ? QList<ScreenInfo>() : result;
+    return result;
+}
+
+int X11Desktop::workAreaTop() {
+    if (lost)
+        return 0;
+    ErrorTrap trap(display);
+    const Window root = DefaultRootWindow(display);
+    Property current;
+    const long desktop =
+        readProperty(display, root, atoms->netCurrentDesktop, &current) && current.hasItems(XA_CARDINAL)
+            ? current.items()[0]
+            : 0;
+    Property area; // x, y, width and height for each desktop
+    if (lost || !readProperty(display, root, atoms->netWorkarea, &area) || !area.hasItems(XA_CARDINAL) ||
+        desktop < 0 || area.count < 4 * (unsigned long)(desktop + 1))
+        return 0;
+    return int(std::clamp(area.items()[4 * desktop + 1], 0L, long(INT_MAX)));
 }
 
 CGPoint X11Desktop::mousePosition() {

@@ -39,8 +39,13 @@ public:
 
     // Frontmost first. A window that vanishes while it is being read is left out.
     QList<WindowInfo> windows();
-    // One per X screen, in the X screen order.
+    // The RandR monitors of the default screen (name, frame, physical size in millimetres, 0 when
+    // the monitor reports none), the primary one first; one per X screen, named after the display,
+    // when the server has no monitors. In device pixels: the scale is 1.
     QList<ScreenInfo> screens();
+    // The top strut of the current desktop's work area that the window manager publishes
+    // (_NET_WORKAREA): what panels at the top of the screen take. 0 without one.
+    int workAreaTop();
     CGPoint mousePosition();
 
     // Whether a window manager that follows the EWMH standard runs: the root window's
@@ -78,6 +83,8 @@ private:
     QString title(XWindow window);
     bool isIconic(XWindow window);
     QList<unsigned long> atomList(XWindow window, unsigned long name);
+    QList<ScreenInfo> monitors();
+    QList<ScreenInfo> rootScreens();
     XWindow managerCheckWindow();
     bool act(CGWindowID id, const std::function<bool(XWindow window, bool managed)>& requests);
 

@@ -97,8 +97,12 @@ public:
 
     // The desktop around the elements, for the application, screen and mouse services.
     virtual QList<ApplicationInfo> applications() = 0;
+    // The screen with the menu bar first; empty when the desktop cannot be reached.
     virtual QList<ScreenInfo> screens() = 0;
+    // No zoom (factor 1, origin (0, 0)) when the desktop has none or cannot tell.
     virtual ZoomInfo zoom() = 0;
+    // The height of the system's menu bar at the top of the first screen, 0 without one.
+    virtual double menuBarHeight() = 0;
     virtual CGPoint mousePosition() = 0;
 
     // Permissions. prompt: ask the user to grant access when it is not granted.

@@ -60,6 +60,10 @@ ZoomInfo UnavailableProvider::zoom() {
     return {};
 }
 
+double UnavailableProvider::menuBarHeight() {
+    return 0;
+}
+
 CGPoint UnavailableProvider::mousePosition() {
     return {};
 }

@@ -23,6 +23,7 @@ public:
     QList<ApplicationInfo> applications() override;
     QList<ScreenInfo> screens() override;
     ZoomInfo zoom() override;
+    double menuBarHeight() override;
     CGPoint mousePosition() override;
     bool isProcessTrusted(bool prompt) override;
     bool isAPIEnabled() override;

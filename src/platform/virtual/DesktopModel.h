@@ -102,6 +102,7 @@ struct Desktop {
     QList<Window> windows; // frontmost first
     QList<ScreenInfo> screens;
     ZoomInfo zoom;
+    double menuBarHeight = 0;
     CGPoint mouse{};
     bool trusted = true;
     bool apiEnabled = true;

@@ -87,11 +87,15 @@ private:
 
 bool DesktopLoader::load(const QJsonObject& root) {
     Fields fields(*this, root, QString());
-    if (!checkKeys(root, QString(), {"applications", "screens", "zoom", "mouse", "trusted", "apiEnabled"}) ||
+    if (!checkKeys(root, QString(),
+                   {"applications", "screens", "zoom", "menuBarHeight", "mouse", "trusted", "apiEnabled"}) ||
         !fields.boolean("trusted", &desktop.trusted) || !fields.boolean("apiEnabled", &desktop.apiEnabled) ||
         !fields.point("mouse", &desktop.mouse) ||
-        (fields.has("zoom") && !readZoom(fields.value("zoom"), fields.placeOf("zoom"))))
+        (fields.has("zoom") && !readZoom(fields.value("zoom"), fields.placeOf("zoom"))) ||
+        !fields.number("menuBarHeight", &desktop.menuBarHeight))
         return false;
+    if (desktop.menuBarHeight < 0)
+        return fail(fields.placeOf("menuBarHeight"), QStringLiteral("the height must not be below 0"));
     const auto screen = [this](const QJsonValue& item, const QString& place, qsizetype) {
         return readScreen(item, place);
     };

@@ -452,6 +452,11 @@ ZoomInfo VirtualDesktop::zoom() {
     return desktop ? desktop->zoom : ZoomInfo();
 }
 
+double VirtualDesktop::menuBarHeight() {
+    QMutexLocker locker(&mutex);
+    return desktop ? desktop->menuBarHeight : 0;
+}
+
 CGPoint VirtualDesktop::mousePosition() {
     QMutexLocker locker(&mutex);
     return desktop ? desktop->mouse : CGPoint{};

@@ -1,0 +1,7 @@
+#include "NSMenu.h"
+
+#include "ax/AccessibilityProvider.h"
+
+double NSMenu::menuBarHeight() {
+    return activeAccessibilityProvider()->menuBarHeight();
+}
