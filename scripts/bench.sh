@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/bootstrap.sh
-scripts/build.sh plain bench_commandLoad bench_liveWalk bench_liveQuestions dbusCallCounter | tail -n 1
+scripts/build.sh plain bench_commandLoad bench_hitTesting bench_liveWalk bench_liveQuestions dbusCallCounter | tail -n 1
 
 TMPDIR=$(mktemp -d /tmp/uiet-bench-XXXXXX)
 export TMPDIR
@@ -14,6 +14,10 @@ source scripts/lib/live-session.sh
 trap 'stop_live_session; rm -rf "$TMPDIR"' EXIT
 echo "== loading a start command (times are the fastest of several runs)"
 build/bench/bench_commandLoad "$@"
+
+echo
+echo "== hit tests in generated Pro Tools windows: the Pro Tools search against the rectangle search"
+build/bench/bench_hitTesting
 
 echo
 echo "== reading role, title and frame of every element of gtk3-widget-factory on a headless desktop"

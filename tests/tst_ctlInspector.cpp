@@ -5,6 +5,9 @@
 #include "processSupport.h"
 #include "testSupport.h"
 
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -29,6 +32,36 @@ Run runCtl(const QStringList& arguments) {
 }
 
 const QString editor = QStringLiteral("application: \"Editor\" com.example.editor pid 4101\n");
+
+// A desktop whose applications answer the platform's hit test badly: "Coarse" with an error, so
+// that only the search finds its button, and "Busy" not at all.
+QString writeHitTestDesktop() {
+    const auto frame = [](int x, int y, int width, int height) {
+        return QJsonObject{{"x", x}, {"y", y}, {"width", width}, {"height", height}};
+    };
+    const QJsonObject button{{"role", "AXButton"}, {"title", "Deep"}, {"frame", frame(20, 20, 40, 20)}};
+    const QJsonObject coarse{
+        {"pid", 5101},
+        {"name", "Coarse"},
+        {"faults", QJsonObject{{"calls", QJsonObject{{"AXUIElementCopyElementAtPosition",
+                                                      "kAXErrorAttributeUnsupported"}}}}},
+        {"windows", QJsonArray{QJsonObject{{"windowId", 11},
+                                           {"title", "Coarse"},
+                                           {"frame", frame(0, 0, 200, 100)},
+                                           {"children", QJsonArray{button}}}}}};
+    const QJsonObject busy{
+        {"pid", 5102},
+        {"name", "Busy"},
+        {"busy", QJsonObject{{"delayMs", 0}}},
+        {"windows",
+         QJsonArray{QJsonObject{{"windowId", 12}, {"title", "Busy"}, {"frame", frame(300, 0, 200, 100)}}}}};
+    const QJsonObject desktop{{"applications", QJsonArray{coarse, busy}}};
+    const QString path = QDir::temp().filePath("hit-test-desktop.json");
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(desktop).toJson()) < 0)
+        qFatal("cannot write %s", qPrintable(path));
+    return path;
+}
 
 } // namespace
 
@@ -90,6 +123,68 @@ private Q_SLOTS:
         QCOMPARE(run.exitCode, exitCode);
         QCOMPARE(run.output, output);
         QVERIFY2(run.errors.contains(errors), qPrintable(run.errors));
+    }
+
+    // The element at a point, and the way it was found where the platform's own answer fails (the
+    // platform's answer itself is in tst_toolProcess); --plain is the platform's answer alone.
+    void atTellsHowItFoundTheElement_data() {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("lastLine");
+        QTest::addColumn<QString>("errors");
+        QTest::newRow("the rectangle search")
+            << QStringList{"at", "@coarse", "30,30"} << 0 << "found by the rectangle search"
+            << "";
+        QTest::newRow("the right edge pixel")
+            << QStringList{"at", "@coarse", "59,39"} << 0 << "found by the rectangle search"
+            << "";
+        QTest::newRow("plain: the platform's answer alone")
+            << QStringList{"at", "@coarse", "--plain", "30,30"} << 1 << ""
+            << "no element at 30,30 (kAXErrorAttributeUnsupported (-25205))";
+        QTest::newRow("an application that does not answer")
+            << QStringList{"at", "@coarse", "350,50"} << 1 << ""
+            << "no element at 350,50: the application did not answer in time (kAXErrorCannotComplete "
+               "(-25204))";
+        QTest::newRow("plain goes with at only")
+            << QStringList{"window", "@coarse", "--plain", "30,30"} << 2 << ""
+            << "--plain goes with at only";
+    }
+    void atTellsHowItFoundTheElement() {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, exitCode);
+        QFETCH(QString, lastLine);
+        QFETCH(QString, errors);
+        const QString hitTestDesktop = writeHitTestDesktop();
+        QStringList withDesktop;
+        for (const QString& argument : arguments)
+            withDesktop << (argument == "@coarse" ? QStringList{"--desktop", hitTestDesktop}
+                                                  : QStringList{argument});
+        const Run run = runCtl(withDesktop);
+        QCOMPARE(run.exitCode, exitCode);
+        QVERIFY2(run.errors.contains(errors), qPrintable(run.errors));
+        if (exitCode == 0) {
+            const QStringList lines = run.output.split('\n', Qt::SkipEmptyParts);
+            QCOMPARE(lines.last(), lastLine);
+            QCOMPARE(lines.at(lines.size() - 2).trimmed(), QString("AXButton \"Deep\" 20,20 40x20"));
+        }
+    }
+
+    void screens() {
+        const Run text = runCtl({"screens", "--desktop", desktop});
+        QCOMPARE(text.exitCode, 0);
+        // The second display tells no size: it is taken for 72 dots per inch, with a warning.
+        QCOMPARE(text.output,
+                 QString("screen 1 \"Built-in Display\" 0,0 1440x900 scale 2 302.0x188.0 mm\n"
+                         "screen 2 \"External Display\" 1440,0 1920x1080 scale 1 677.3x381.0 mm\n"
+                         "menu bar 0\n"
+                         "zoom 1 at 0,0\n"));
+        QVERIFY(text.errors.contains(
+            "Warning: had to make best guess at the physical size of display with index: 1"));
+        const Run json = runCtl({"screens", "--json", "--desktop", desktop});
+        const QJsonObject answer = QJsonDocument::fromJson(json.output.toUtf8()).object();
+        QCOMPARE(answer.value("screens").toArray().size(), 2);
+        QCOMPARE(answer.value("screens").toArray().at(0).toObject().value("scale").toDouble(), 2.0);
+        QCOMPARE(answer.value("zoom").toObject().value("factor").toDouble(), 1.0);
     }
 
     // One JSON object per answer, whichever place the options take.

@@ -194,11 +194,12 @@ private Q_SLOTS:
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("output");
         const QString window = "AXApplication \"Editor\" no frame\n  AXWindow \"Untitled\" 100,100 800x600\n";
+        const QString platform = "found by the platform's answer\n";
         QTest::newRow("button in a toolbar")
             << "140,148" << 0
-            << window + "    AXToolbar \"\" 100,128 800x40\n      AXButton \"Save\" 110,133 60x30\n";
+            << window + "    AXToolbar \"\" 100,128 800x40\n      AXButton \"Save\" 110,133 60x30\n" + platform;
         QTest::newRow("overlapping panels")
-            << "560,360" << 0 << window + "    AXGroup \"\" 550,350 200x200\n";
+            << "560,360" << 0 << window + "    AXGroup \"\" 550,350 200x200\n" + platform;
         QTest::newRow("nothing there") << "5000,5000" << 1 << QString();
     }
     void ctlPrintsTheElementAtAPoint() {

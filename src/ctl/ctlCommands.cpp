@@ -31,9 +31,10 @@ int usage() {
                 "       ui-element-ctl watch ID FILE [TIMEOUT_MS]\n"
                 "       ui-element-ctl stop ID [TIMEOUT_MS]\n"
                 "       ui-element-ctl tree [--desktop FILE] [--json] [PID|BUNDLE_ID]\n"
-                "       ui-element-ctl at|window|press [--desktop FILE] [--json] X,Y\n"
+                "       ui-element-ctl at [--desktop FILE] [--json] [--plain] X,Y\n"
+                "       ui-element-ctl window|press [--desktop FILE] [--json] X,Y\n"
                 "       ui-element-ctl raise|minimize|zoom|close [--desktop FILE] [--json] X,Y\n"
-                "       ui-element-ctl focused [--desktop FILE] [--json]\n"
+                "       ui-element-ctl focused|screens [--desktop FILE] [--json]\n"
                 "\n"
                 "  reports   listen for the tool's state reports and print each as '<id> found' or\n"
                 "            '<id> not found', one per line\n"
@@ -42,9 +43,12 @@ int usage() {
                 "  stop      tell the tool to stop watching ID\n"
                 "  tree      print the element tree of the running applications (or of one), one element\n"
                 "            per line: role, title, frame; --desktop reads a virtual desktop file\n"
-                "  at        print the element at a screen point and its ancestors, the application first\n"
+                "  at        print the element at a screen point and its ancestors, the application first,\n"
+                "            and how it was found; --plain takes the platform's answer alone\n"
                 "  window    print the window at a screen point: title, frame, window id, application\n"
                 "  focused   print the focused element, its window and its application\n"
+                "  screens   print the screens (id, name, frame, scale, physical size), the menu bar's\n"
+                "            height and the zoom\n"
                 "  press     press the element at a screen point and print the AXError\n"
                 "  raise, minimize, zoom, close\n"
                 "            act on the window at a screen point as its title bar would\n"
@@ -234,9 +238,13 @@ int runCtl(const QStringList& arguments) {
     const bool optionsComplete = takeInspectorOptions(inspectorOperands, options);
     const QString inspectorVerb = inspectorOperands.isEmpty() ? QString() : inspectorOperands.takeFirst();
     if (inspectorVerb == QLatin1String("tree") || inspectorVerb == QLatin1String("focused") ||
-        isPointVerb(inspectorVerb)) {
+        inspectorVerb == QLatin1String("screens") || isPointVerb(inspectorVerb)) {
         if (!optionsComplete) {
             ctlFail(ctlExitUsage, QStringLiteral("--desktop needs a desktop file"));
+            return usage();
+        }
+        if (options.plain && inspectorVerb != QLatin1String("at")) {
+            ctlFail(ctlExitUsage, QStringLiteral("--plain goes with at only"));
             return usage();
         }
         const bool flagLeft = inspectorOperands.value(0).startsWith(QLatin1String("--"));
@@ -244,6 +252,8 @@ int runCtl(const QStringList& arguments) {
             return runTree(options, inspectorOperands.value(0));
         if (inspectorVerb == QLatin1String("focused") && inspectorOperands.isEmpty())
             return runFocused(options);
+        if (inspectorVerb == QLatin1String("screens") && inspectorOperands.isEmpty())
+            return runScreens(options);
         if (isPointVerb(inspectorVerb) && inspectorOperands.size() == 1 && !flagLeft) {
             if (inspectorVerb == QLatin1String("at"))
                 return runAt(options, inspectorOperands.at(0));

@@ -3,8 +3,10 @@
 #include "CFTypeSmartRef.h"
 #include "NativeUIElement.h"
 #include "appkit/NSRunningApplication.h"
+#include "appkit/NSScreen.h"
 #include "axErrorNames.h"
 #include "elementTree.h"
+#include "osxMisc.h"
 #include "osxUIElementUtils.h"
 #include "windows.h"
 
@@ -96,16 +98,39 @@ bool readPoint(const QString& text, QPoint& point) {
     return true;
 }
 
-// The platform's own answer for the element at the point, or null with the reason printed.
-AXUIElementRef copyElementAt(const QPoint& point, const QString& pointText) {
-    const CFTypeSmartRef<AXUIElementRef> systemWide(AXUIElementCreateSystemWide());
-    AXUIElementRef hit = nullptr;
-    const AXError error = AXUIElementCopyElementAtPosition(systemWide, point.x(), point.y(), &hit);
-    if (error == kAXErrorSuccess && hit)
-        return hit;
+QString wayText(UIElementHitTestWay way, bool json) {
+    switch (way) {
+    case UIElementHitTestWay::PlatformAnswer:
+        return json ? QStringLiteral("platform") : QStringLiteral("the platform's answer");
+    case UIElementHitTestWay::ProToolsSearch:
+        return json ? QStringLiteral("proToolsSearch") : QStringLiteral("the Pro Tools search");
+    case UIElementHitTestWay::RectangleSearch:
+        return json ? QStringLiteral("rectangleSearch") : QStringLiteral("the rectangle search");
+    case UIElementHitTestWay::TimedOut:
+    case UIElementHitTestWay::Nothing:
+        break;
+    }
+    return QString();
+}
+
+// The element at the point: the platform's answer alone (plain), or what the full strategy finds,
+// with the way it found it. Null, with the reason printed, when there is none.
+AXUIElementRef copyElementAt(const QPoint& point, const QString& pointText, bool plain,
+                             UIElementHitTestWay& way) {
+    AXError error = kAXErrorSuccess;
+    way = UIElementHitTestWay::PlatformAnswer;
+    AXUIElementRef hit = plain ? copyUIElementAtPosition(point, &error)
+                               : copyUIElementAtPositionEmployingSearchIfNecessary(point, &error, &way);
     if (hit)
-        CFRelease(hit);
-    ctlFail(ctlExitFailure, QStringLiteral("no element at %1 (%2)").arg(pointText, errorText(error)));
+        return hit;
+    QString why;
+    if (error == kAXErrorCannotComplete)
+        why = QStringLiteral(": the application did not answer in time (%1)").arg(errorText(error));
+    else if (plain)
+        why = QStringLiteral(" (%1)").arg(errorText(error));
+    else
+        why = QStringLiteral(", neither by the platform's answer nor by searching the window's application");
+    ctlFail(ctlExitFailure, QStringLiteral("no element at %1%2").arg(pointText, why));
     return nullptr;
 }
 
@@ -119,18 +144,23 @@ AXUIElementRef copyWindowAt(const QPoint& point, const QString& pointText) {
 enum class Target { Element, Window };
 
 // Reads the point, chooses the desktop and finds the element, or the window, at the point; null,
-// with the exit status in status, when the input is bad or nothing is there.
+// with the exit status in status, when the input is bad or nothing is there. way tells how an
+// element was found.
 CFTypeSmartRef<AXUIElementRef> lookUpAt(const InspectorOptions& options, const QString& pointText,
-                                        Target target, int& status) {
+                                        Target target, int& status, UIElementHitTestWay* way = nullptr) {
     QPoint point;
     if (!readPoint(pointText, point) || !useDesktopFile(options.desktopFile)) {
         status = ctlExitUsage;
         return CFTypeSmartRef<AXUIElementRef>();
     }
-    CFTypeSmartRef<AXUIElementRef> found(target == Target::Window ? copyWindowAt(point, pointText)
-                                                                  : copyElementAt(point, pointText));
-    status = found ? ctlExitSuccess : ctlExitFailure;
-    return found;
+    UIElementHitTestWay found = UIElementHitTestWay::Nothing;
+    CFTypeSmartRef<AXUIElementRef> element(target == Target::Window
+                                               ? copyWindowAt(point, pointText)
+                                               : copyElementAt(point, pointText, options.plain, found));
+    if (way)
+        *way = found;
+    status = element ? ctlExitSuccess : ctlExitFailure;
+    return element;
 }
 
 // An answer that begins with the element, under key, and its application.
@@ -187,6 +217,9 @@ bool takeInspectorOptions(QStringList& arguments, InspectorOptions& options) {
         if (arguments.at(i) == QLatin1String("--json")) {
             options.json = true;
             arguments.removeAt(i);
+        } else if (arguments.at(i) == QLatin1String("--plain")) {
+            options.plain = true;
+            arguments.removeAt(i);
         } else if (arguments.at(i) == QLatin1String("--desktop")) {
             if (i + 1 >= arguments.size())
                 return false;
@@ -206,13 +239,18 @@ bool isPointVerb(const QString& verb) {
 
 int runAt(const InspectorOptions& options, const QString& pointText) {
     int status = ctlExitSuccess;
-    const CFTypeSmartRef<AXUIElementRef> hit = lookUpAt(options, pointText, Target::Element, status);
+    UIElementHitTestWay way = UIElementHitTestWay::Nothing;
+    const CFTypeSmartRef<AXUIElementRef> hit = lookUpAt(options, pointText, Target::Element, status, &way);
     if (!hit)
         return status;
-    if (options.json)
-        return answerAbout(true, QStringLiteral("element"), hit).print(ctlExitSuccess);
+    if (options.json) {
+        Answer answer = answerAbout(true, QStringLiteral("element"), hit);
+        answer.add(QStringLiteral("foundBy"), QString(), wayText(way, true));
+        return answer.print(ctlExitSuccess);
+    }
     for (const QString& line : elementAncestryLines(hit))
         ctlOut() << line << '\n';
+    ctlOut() << "found by " << wayText(way, false) << '\n';
     ctlOut().flush();
     return ctlExitSuccess;
 }
@@ -296,4 +334,58 @@ int runWindowAction(const InspectorOptions& options, const QString& verb, const 
     answer.add(QStringLiteral("result"), verb + QStringLiteral(": ") + outcome,
                QJsonObject{{"verb", verb}, {"done", done}, {"outcome", outcome}});
     return answer.print(done ? ctlExitSuccess : ctlExitFailure);
+}
+
+int runScreens(const InspectorOptions& options) {
+    if (!useDesktopFile(options.desktopFile))
+        return ctlExitUsage;
+    const QList<NSScreen*> screens = NSScreen::screens();
+    if (screens.isEmpty())
+        return ctlFail(ctlExitFailure, QStringLiteral("no screens"));
+    QStringList lines;
+    QJsonArray list;
+    for (int index = 0; index < screens.size(); ++index) {
+        const NSScreen* screen = screens.at(index);
+        const QRect frame = QRectFromInvertedGlobalNSRect(screen->frame());
+        QRect displayRect;
+        QSizeF millimetres;
+        getDisplayRectAndPhysicalSizeForOnlineDisplayIndex(displayRect, millimetres, index);
+        const uint id = screen->deviceDescription().value(QStringLiteral("NSScreenNumber")).toUInt();
+        lines << QStringLiteral("screen %1 \"%2\" %3,%4 %5x%6 scale %7 %8x%9 mm")
+                     .arg(id)
+                     .arg(screen->localizedName())
+                     .arg(frame.x())
+                     .arg(frame.y())
+                     .arg(frame.width())
+                     .arg(frame.height())
+                     .arg(screen->backingScaleFactor())
+                     .arg(millimetres.width(), 0, 'f', 1)
+                     .arg(millimetres.height(), 0, 'f', 1);
+        list.append(QJsonObject{
+            {"id", qint64(id)},
+            {"name", screen->localizedName()},
+            {"frame",
+             QJsonObject{
+                 {"x", frame.x()}, {"y", frame.y()}, {"width", frame.width()}, {"height", frame.height()}}},
+            {"scale", screen->backingScaleFactor()},
+            {"physicalSize", QJsonObject{{"width", millimetres.width()}, {"height", millimetres.height()}}}});
+    }
+    CGPoint origin{};
+    const double factor = getScreenZoomFactorAndOrigin(origin);
+    const int menuBar = systemMenuBarHeight();
+    lines << QStringLiteral("menu bar %1").arg(menuBar)
+          << QStringLiteral("zoom %1 at %2,%3").arg(factor).arg(origin.x).arg(origin.y);
+    if (options.json) {
+        const QJsonObject answer{
+            {"screens", list},
+            {"menuBarHeight", menuBar},
+            {"zoom",
+             QJsonObject{{"factor", factor}, {"origin", QJsonObject{{"x", origin.x}, {"y", origin.y}}}}}};
+        ctlOut() << QJsonDocument(answer).toJson(QJsonDocument::Compact) << '\n';
+    } else {
+        for (const QString& line : lines)
+            ctlOut() << line << '\n';
+    }
+    ctlOut().flush();
+    return ctlExitSuccess;
 }
