@@ -4,6 +4,7 @@
 
 #include "generalUtilities.h"
 #include "logCapture.h"
+#include "mouse.h"
 #include "osxMisc.h"
 #include "osxQScreenName.h"
 #include "platformTestSupport.h"
@@ -262,6 +263,18 @@ private slots:
         QVERIFY(use(screenFixture(kTwoDisplays)));
         QCOMPARE(systemMenuBarHeight(), 0);
         QCOMPARE(getScreenZoomFactor(), 1.0);
+    }
+
+    // The pointer as the desktop has it, and on the glass of a zoomed desktop: the zoom's origin
+    // (100, 100) and factor 2 around the integer centre (1679, 539) of the screens' bounding box.
+    void mouseLocation() {
+        QVERIFY(use(screenFixture(kTwoDisplays,
+                                  ", \"mouse\": {\"x\": 200, \"y\": 150}, "
+                                  "\"zoom\": {\"factor\": 2, \"origin\": {\"x\": 100, \"y\": 100}}")));
+        QCOMPARE(currentMouseLocation(), QPointF(200, 150));
+        QCOMPARE(CGPointToQPointF(currentUnzoomedMouseLocation()), QPointF(1879, 639));
+        QVERIFY(use(screenFixture(kTwoDisplays, ", \"mouse\": {\"x\": 200, \"y\": 150}")));
+        QCOMPARE(CGPointToQPointF(currentUnzoomedMouseLocation()), QPointF(200, 150));
     }
 
     // Below macOS 14 the name is Qt's; the warning is given once in the life of the process.

@@ -1,5 +1,7 @@
 #include "osxMisc.h"
 
+#include "mouse.h"
+
 #include "cfDescription_p.h"
 #include "generalUtilities.h"
 #include "platformWindowServer.h"
@@ -239,4 +241,9 @@ CGPoint zoomedGlobalPointToUnzoomed(const CGPoint& point) {
     CGPoint origin{};
     const double factor = getScreenZoomFactorAndOrigin(origin);
     return zoomedGlobalPointToUnzoomed(point, origin, factor);
+}
+
+CGPoint currentUnzoomedMouseLocation() {
+    const QPointF location = currentMouseLocation();
+    return zoomedGlobalPointToUnzoomed(CGPointMake(location.x(), location.y()));
 }

@@ -65,3 +65,5 @@ CGPoint unzoomedGlobalPointToZoomed(const CGPoint& point, const CGPoint& origin,
 CGPoint unzoomedGlobalPointToZoomed(const CGPoint& point);
 CGPoint zoomedGlobalPointToUnzoomed(const CGPoint& point, const CGPoint& origin, double factor);
 CGPoint zoomedGlobalPointToUnzoomed(const CGPoint& point);
+// The mouse pointer on the glass, in the desktop's coordinates.
+CGPoint currentUnzoomedMouseLocation();
