@@ -5,7 +5,6 @@
 template class ZRMetaTypeObjectRegistrar<UIElement>;
 template class ZRMetaTypeObjectRegistrar<UIElementCollection>;
 template class ZRMetaTypeRegistrar<UIElementList>;
-template class ZRMetaTypeRegistrar<NativeUIElement>;
 
 UIElement::UIElement(QObject* parent) : UIElementIdentifier(parent) {}
 
