@@ -283,7 +283,8 @@ bool LiveDesktopSession::startBuses() {
 
     // Asking org.a11y.Bus before the launcher owns it would start a second launcher through bus
     // activation: wait for the owner first.
-    const QRegularExpression someAddress(QStringLiteral("string \"[^\"]+\""));
+    const QRegularExpression someAddress(QStringLiteral("string \"([^\"]+)\""));
+    QString accessibilityBus;
     const bool reachable = waitUntil(
         [&] {
             const auto owned = callSessionBus(
@@ -294,7 +295,10 @@ bool LiveDesktopSession::startBuses() {
             const auto busAddress =
                 callSessionBus({QStringLiteral("--dest=org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
                                 QStringLiteral("org.a11y.Bus.GetAddress")});
-            return busAddress && someAddress.match(QString::fromUtf8(*busAddress)).hasMatch();
+            const QRegularExpressionMatch match =
+                busAddress ? someAddress.match(QString::fromUtf8(*busAddress)) : QRegularExpressionMatch();
+            accessibilityBus = match.captured(1);
+            return match.hasMatch();
         },
         kStartTimeoutMs);
     if (!reachable)
@@ -302,6 +306,21 @@ bool LiveDesktopSession::startBuses() {
                         ? QStringLiteral("the accessibility bus was not reachable within %1 s")
                               .arg(kStartTimeoutMs / 1000)
                         : QStringLiteral("at-spi-bus-launcher ended: ") + diagnosis(launcher));
+    // The registry starts when it is first asked for. An application that asks first while the
+    // machine is busy may give up on accessibility for good when the registry is slow to come:
+    // it is asked here, before any application starts.
+    const bool registryUp = waitUntil(
+        [&] {
+            return callSessionBus({QStringLiteral("--dest=org.a11y.atspi.Registry"),
+                                   QStringLiteral("/org/a11y/atspi/accessible/root"),
+                                   QStringLiteral("org.freedesktop.DBus.Peer.Ping")},
+                                  accessibilityBus)
+                .has_value();
+        },
+        kStartTimeoutMs);
+    if (!registryUp)
+        return fail(QStringLiteral("the accessibility registry did not answer within %1 s")
+                        .arg(kStartTimeoutMs / 1000));
     return true;
 }
 
@@ -335,13 +354,15 @@ void LiveDesktopSession::reapOrphans() {
 }
 
 // The reply, or nothing when the call fails.
-std::optional<QByteArray> LiveDesktopSession::callSessionBus(const QStringList& arguments) const {
+std::optional<QByteArray> LiveDesktopSession::callSessionBus(const QStringList& arguments,
+                                                             const QString& busAddress) const {
     QProcess send;
     send.setProcessEnvironment(env);
     send.setWorkingDirectory(workingDirectory);
+    const QString bus =
+        busAddress.isEmpty() ? QStringLiteral("--session") : QStringLiteral("--bus=") + busAddress;
     send.start(QStringLiteral("dbus-send"),
-               QStringList{QStringLiteral("--session"), QStringLiteral("--print-reply"),
-                           QStringLiteral("--reply-timeout=5000")} +
+               QStringList{bus, QStringLiteral("--print-reply"), QStringLiteral("--reply-timeout=5000")} +
                    arguments);
     if (!send.waitForFinished(kStartTimeoutMs)) {
         send.kill();

@@ -68,7 +68,9 @@ private:
     bool startXServer();
     bool startOpenbox();
     bool startBuses();
-    std::optional<QByteArray> callSessionBus(const QStringList& arguments) const;
+    // dbus-send on the session bus, or on the bus at busAddress.
+    std::optional<QByteArray> callSessionBus(const QStringList& arguments,
+                                             const QString& busAddress = {}) const;
     void reapOrphans();
     bool fail(const QString& reason);
     void setVariable(const QString& name, const std::optional<QString>& value);

@@ -89,6 +89,9 @@ protected:
         return provider != nullptr;
     }
 
+    // A toolkit application on a busy machine may take this long to show its content on the bus.
+    static constexpr int applicationStartTimeoutMs = 40000;
+
     // From initTestCase, after openSession: starts the program on the session, makes it
     // `application`, and waits until its element of this role and title is on the bus. Null, with
     // the problem, when it does not come up.
@@ -101,12 +104,14 @@ protected:
         }
         if (!watchApplication(pid_t(process->processId()), problem))
             return nullptr;
-        if (!LiveDesktopSession::waitUntil([&] {
-                CFTypeRef element = find(role, title);
-                if (element)
-                    CFRelease(element);
-                return element != nullptr;
-            })) {
+        if (!LiveDesktopSession::waitUntil(
+                [&] {
+                    CFTypeRef element = find(role, title);
+                    if (element)
+                        CFRelease(element);
+                    return element != nullptr;
+                },
+                applicationStartTimeoutMs)) {
             *problem = QStringLiteral("%1 shows no %2 \"%3\"").arg(program, role, title);
             return nullptr;
         }
