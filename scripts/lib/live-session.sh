@@ -36,6 +36,14 @@ start_live_session() {
   live_pids+=($!)
   live_wait_for 10 dbus-send --session --dest=org.a11y.Bus --print-reply /org/a11y/bus org.a11y.Bus.GetAddress \
     || { echo "live session: no accessibility bus" >&2; return 1; }
+  # The registry starts when it is first asked for; an application that asks first on a busy
+  # machine may give up on accessibility for good. So it is asked here.
+  local a11y
+  a11y=$(dbus-send --session --dest=org.a11y.Bus --print-reply /org/a11y/bus org.a11y.Bus.GetAddress \
+         | sed -n 's/.*string "\(.*\)"/\1/p')
+  live_wait_for 30 dbus-send --bus="$a11y" --dest=org.a11y.atspi.Registry --print-reply \
+    /org/a11y/atspi/accessible/root org.freedesktop.DBus.Peer.Ping \
+    || { echo "live session: the accessibility registry does not answer" >&2; return 1; }
   export NO_AT_BRIDGE=0 GTK_A11Y=atspi QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 QT_ACCESSIBILITY=1
   export GDK_BACKEND=x11 GSETTINGS_BACKEND=memory UIET_ACCESSIBILITY=atspi
   unset QT_QPA_PLATFORM WAYLAND_DISPLAY AT_SPI_BUS_ADDRESS
