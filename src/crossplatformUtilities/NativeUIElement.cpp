@@ -15,10 +15,6 @@ struct NativeUIElement::Data {
 
 namespace {
 
-AXUIElementRef retained(AXUIElementRef element) {
-    return element ? static_cast<AXUIElementRef>(CFRetain(element)) : nullptr;
-}
-
 void release(AXUIElementRef element) {
     if (element)
         CFRelease(element);

@@ -93,6 +93,12 @@ private:
     T ref = nullptr;
 };
 
+// One more retain on a platform reference, for a caller that hands it on as its own; NULL stays
+// NULL.
+template <class T> T retained(T ref) {
+    return ref ? static_cast<T>(CFRetain(ref)) : nullptr;
+}
+
 // The ancestors of an element, from the top of the tree down to its direct parent.
 using UIElementAncestorList = QList<CFTypeSharedRef<AXUIElementRef>>;
 

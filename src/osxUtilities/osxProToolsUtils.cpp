@@ -32,10 +32,6 @@ constexpr qint64 kLeafCode = fourCharCode("FXTD");
 constexpr int kMixWindow = 0;
 constexpr int kEditWindow = 1;
 
-AXUIElementRef retained(AXUIElementRef element) {
-    return static_cast<AXUIElementRef>(CFRetain(element));
-}
-
 // Shares an owned reference: the shared holder takes its own retain, the caller's is given back.
 template <class T> CFTypeSharedRef<T> shareOwned(T owned) {
     const CFTypeSmartRef<T> holder(owned);
@@ -309,7 +305,7 @@ AXUIElementRef copyUIElementAtPositionBySearchingProTools(AXUIElementRef element
         found = copyUIElementAtPositionBySearchingProToolsMixWindow(elements, point);
     else
         found = recursivelySearchProToolsElementsForLeafElementContainingPoint(elements, point);
-    return found ? found : retained(window);
+    return found ? found : retained(window.get());
 }
 
 AXUIElementRef copyUIElementAtPositionBySearchingProToolsMixWindow(const ProToolsWindowElements& elements,

@@ -30,10 +30,6 @@ bool hasRole(CFStringRef role, CFStringRef expected) {
     return role && CFEqual(role, expected);
 }
 
-AXUIElementRef retained(AXUIElementRef element) {
-    return element ? static_cast<AXUIElementRef>(CFRetain(element)) : nullptr;
-}
-
 bool sameElement(AXUIElementRef a, AXUIElementRef b) {
     return a && b && CFEqual(a, b);
 }
