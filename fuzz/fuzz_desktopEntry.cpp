@@ -1,16 +1,15 @@
-// Arbitrary bytes as a desktop entry file of the live desktop's applications. An entry either has
-// no program, or a program that is a plain file name, never a path.
+// Arbitrary bytes as a desktop entry file of the installed applications. An entry that stands for
+// an application has a program; a program is a plain file name, never a path.
 
-#include "atspi/LiveProcesses.h"
+#include "appkit/DesktopEntries.h"
 
 #include <cstdlib>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     DesktopEntry entry;
-    QString program;
     const bool found =
-        parseDesktopEntry(QByteArray(reinterpret_cast<const char*>(data), qsizetype(size)), &entry, &program);
-    if (found != !program.isEmpty() || program.contains(QLatin1Char('/')))
+        parseDesktopEntry(QByteArray(reinterpret_cast<const char*>(data), qsizetype(size)), &entry);
+    if ((found && entry.program.isEmpty()) || entry.program.contains(QLatin1Char('/')))
         std::abort();
     return 0;
 }

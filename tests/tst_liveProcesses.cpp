@@ -1,5 +1,6 @@
 // What the live desktop tells about processes: desktop entries and /proc.
 
+#include "appkit/DesktopEntries.h"
 #include "atspi/LiveProcesses.h"
 #include "testSupport.h"
 
@@ -42,6 +43,9 @@ private Q_SLOTS:
         QTest::newRow("CRLF and blanks")
             << QByteArray("[Desktop Entry]\r\n  Name = Spaced \r\nExec= spaced-app\r\n") << "spaced-app"
             << "Spaced";
+        QTest::newRow("localized names are not the name")
+            << QByteArray("[Desktop Entry]\nName[de]=Fabrik\nName=Factory\nExec=factory\n") << "factory"
+            << "Factory";
     }
 
     void desktopEntries() {
@@ -49,10 +53,33 @@ private Q_SLOTS:
         QFETCH(QString, program);
         QFETCH(QString, name);
         DesktopEntry entry;
-        QString found;
-        QCOMPARE(parseDesktopEntry(content, &entry, &found), !program.isEmpty());
-        QCOMPARE(found, program);
+        QCOMPARE(parseDesktopEntry(content, &entry), !program.isEmpty());
+        QCOMPARE(entry.program, program);
         QCOMPARE(entry.name, name);
+    }
+
+    // Entries with a program that stand for no application.
+    void notApplications_data() {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("link") << QByteArray("[Desktop Entry]\nType=Link\nExec=app\nURL=http://x\n");
+        QTest::newRow("hidden") << QByteArray("[Desktop Entry]\nExec=app\nHidden=true\n");
+        QTest::newRow("directory") << QByteArray("[Desktop Entry]\nType=Directory\nExec=app\n");
+    }
+
+    void notApplications() {
+        QFETCH(QByteArray, content);
+        DesktopEntry entry;
+        QVERIFY(!parseDesktopEntry(content, &entry));
+        QCOMPARE(entry.program, QStringLiteral("app"));
+    }
+
+    void iconAndTextDomain() {
+        DesktopEntry entry;
+        QVERIFY(parseDesktopEntry("[Desktop Entry]\nExec=app\nIcon=app-icon\nX-GNOME-Gettext-Domain=app-2\n"
+                                  "[Desktop Action x]\nIcon=other\n",
+                                  &entry));
+        QCOMPARE(entry.icon, QStringLiteral("app-icon"));
+        QCOMPARE(entry.gettextDomain, QStringLiteral("app-2"));
     }
 
     // This test program has no desktop entry: its executable's name stands in for both.

@@ -1,13 +1,15 @@
 #include "Foundation.h"
 
 #include <QDebug>
+#include <QHash>
 #include <QMutex>
 #include <QMutexLocker>
 
 namespace {
 
-QMutex sysctlMutex;
-std::optional<ProgramInvocation> scriptedSysctl;
+QMutex replacementsMutex;
+QHash<QString, ProgramInvocation> replacements;
+const QString sysctlProgram = QStringLiteral("/usr/sbin/sysctl");
 
 } // namespace
 
@@ -15,15 +17,28 @@ void NSLog(const QString& text) {
     qInfo().noquote() << text;
 }
 
-ProgramInvocation sysctlInvocation(const QStringList& arguments) {
-    QMutexLocker locker(&sysctlMutex);
-    if (!scriptedSysctl) {
-        return {QStringLiteral("/usr/sbin/sysctl"), arguments};
+ProgramInvocation systemProgramInvocation(const QString& program, const QStringList& arguments) {
+    QMutexLocker locker(&replacementsMutex);
+    const auto replacement = replacements.constFind(program);
+    if (replacement == replacements.constEnd()) {
+        return {program, arguments};
     }
-    return {scriptedSysctl->program, scriptedSysctl->arguments + arguments};
+    return {replacement->program, replacement->arguments + arguments};
+}
+
+void replaceSystemProgramForTesting(const QString& program, std::optional<ProgramInvocation> replacement) {
+    QMutexLocker locker(&replacementsMutex);
+    if (replacement) {
+        replacements.insert(program, std::move(*replacement));
+    } else {
+        replacements.remove(program);
+    }
+}
+
+ProgramInvocation sysctlInvocation(const QStringList& arguments) {
+    return systemProgramInvocation(sysctlProgram, arguments);
 }
 
 void setSysctlProgramForTesting(std::optional<ProgramInvocation> program) {
-    QMutexLocker locker(&sysctlMutex);
-    scriptedSysctl = std::move(program);
+    replaceSystemProgramForTesting(sysctlProgram, std::move(program));
 }

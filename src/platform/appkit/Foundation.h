@@ -1,6 +1,7 @@
 #pragma once
 
-// Foundation's log function and the kernel's sysctl program, for the platform services.
+// Foundation's log function and the system programs that the platform services run (the
+// kernel's sysctl, the Shortcuts tool), which tests may replace.
 
 #include <QString>
 #include <QStringList>
@@ -11,12 +12,16 @@
 // reaches standard error as other log lines do. The text is complete: callers format it.
 void NSLog(const QString& text);
 
-// How to start "/usr/sbin/sysctl" with these arguments.
 struct ProgramInvocation {
     QString program;
     QStringList arguments;
 };
+// How to start the system program at this path with these arguments.
+ProgramInvocation systemProgramInvocation(const QString& program, const QStringList& arguments);
+// Runs replacement instead of the system program at this path: its arguments come first, then
+// those of the call. Nullopt goes back to the system's program.
+void replaceSystemProgramForTesting(const QString& program, std::optional<ProgramInvocation> replacement);
+
+// "/usr/sbin/sysctl".
 ProgramInvocation sysctlInvocation(const QStringList& arguments);
-// Runs this program instead: its arguments come first, then those of the query. Nullopt goes
-// back to the system's.
 void setSysctlProgramForTesting(std::optional<ProgramInvocation> program);

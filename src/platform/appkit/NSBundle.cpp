@@ -1,7 +1,8 @@
 #include "NSBundle.h"
 
-#include "atspi/LiveProcesses.h"
+#include "DesktopEntries.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -31,27 +32,56 @@ QString topLevelString(QIODevice* plist, const QString& key) {
     return QString();
 }
 
+// The info dictionary of a Linux application, from its desktop entry.
+QString infoOfDesktopEntry(const DesktopEntry& entry, const QString& key) {
+    if (key == QLatin1String("CFBundleIdentifier"))
+        return entry.id;
+    if (key == QLatin1String("CFBundleName"))
+        return entry.name;
+    if (key == QLatin1String("CFBundleExecutable"))
+        return entry.program;
+    return QString();
+}
+
 } // namespace
 
 std::unique_ptr<NSBundle> NSBundle::bundleWithPath(const QString& path) {
     const QFileInfo info(path);
-    if (path.isEmpty() || !(info.isDir() || (info.isFile() && info.isExecutable()))) {
+    const bool application = info.isFile() && (info.isExecutable() || desktopEntryAtPath(path));
+    if (path.isEmpty() || !(info.isDir() || application)) {
         return nullptr;
     }
     return std::unique_ptr<NSBundle>(new NSBundle(path));
 }
 
+NSBundle* NSBundle::mainBundle() {
+    static NSBundle bundle(QCoreApplication::applicationFilePath());
+    return &bundle;
+}
+
 QString NSBundle::bundleIdentifier() const {
+    return objectForInfoDictionaryKey(QStringLiteral("CFBundleIdentifier"));
+}
+
+QString NSBundle::objectForInfoDictionaryKey(const QString& key) const {
     const QFileInfo info(path);
     if (info.isFile()) {
-        const QString id = desktopEntryForProgram(info.fileName()).id;
-        return id.isEmpty() ? info.fileName() : id;
+        if (const auto entry = desktopEntryAtPath(path)) {
+            return infoOfDesktopEntry(*entry, key);
+        }
+        const QString program = info.fileName();
+        const auto entry = desktopEntryForProgram(program);
+        if (key == QLatin1String("CFBundleExecutable") ||
+            (!entry && key == QLatin1String("CFBundleIdentifier"))) {
+            return program;
+        }
+        return entry ? infoOfDesktopEntry(*entry, key) : QString();
     }
     const QDir dir(path);
     for (const QString& place : {QStringLiteral("Contents/Info.plist"), QStringLiteral("Info.plist")}) {
         QFile plist(dir.filePath(place));
         if (plist.open(QIODevice::ReadOnly)) {
-            return topLevelString(&plist, QStringLiteral("CFBundleIdentifier"));
+            return topLevelString(&plist, key);
         }
     }
     return QString();

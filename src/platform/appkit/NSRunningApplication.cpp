@@ -1,15 +1,20 @@
 #include "NSRunningApplication.h"
 #include "NSWorkspace.h"
+#include "RunningApplicationRegistry_p.h"
 
+#include "atspi/LiveProcesses.h"
 #include "ax/AccessibilityProvider.h"
 #include "platformCoreFoundation.h"
 
+#include <QCoreApplication>
 #include <QHash>
 #include <QMutex>
 #include <QMutexLocker>
 
 #include <memory>
 #include <vector>
+
+#include <unistd.h>
 
 // Keeps one object per process of each provider for the life of the process, as AppKit does, so
 // that the pointers handed out stay valid. A pid reused by another application gets a new object.
@@ -30,8 +35,11 @@ public:
         if (!object) {
             const QUrl executable =
                 info.executablePath.isEmpty() ? QUrl() : QUrl::fromLocalFile(info.executablePath);
+            const QUrl bundle = info.bundlePath.isEmpty() ? QUrl() : QUrl::fromLocalFile(info.bundlePath);
             owned.emplace_back(
-                new NSRunningApplication(info.pid, info.bundleIdentifier, info.name, executable));
+                new NSRunningApplication(info.pid, info.bundleIdentifier, info.name, executable, bundle,
+                                         info.regular ? NSApplicationActivationPolicyRegular
+                                                      : NSApplicationActivationPolicyAccessory));
             object = owned.back().get();
         }
         return object;
@@ -42,6 +50,10 @@ private:
     QHash<QString, NSRunningApplication*> objects;
     std::vector<std::unique_ptr<NSRunningApplication>> owned;
 };
+
+NSRunningApplication* runningApplicationFor(quint64 providerSerial, const ApplicationInfo& info) {
+    return RunningApplicationRegistry::instance().objectFor(providerSerial, info);
+}
 
 namespace {
 
@@ -57,13 +69,22 @@ std::optional<ApplicationInfo> applicationWithPid(AccessibilityProvider& provide
 } // namespace
 
 NSRunningApplication::NSRunningApplication(pid_t pid, const QString& bundleId, const QString& name,
-                                           const QUrl& executable)
-    : pid(pid), bundleId(bundleId), name(name), executable(executable) {}
+                                           const QUrl& executable, const QUrl& bundle,
+                                           NSApplicationActivationPolicy policy)
+    : pid(pid), bundleId(bundleId), name(name), executable(executable), bundle(bundle), policy(policy) {}
+
+// Described as the live desktop describes any process, under no provider: this process is itself
+// whatever desktop it asks.
+NSRunningApplication* NSRunningApplication::currentApplication() {
+    static NSRunningApplication* const current =
+        runningApplicationFor(0, describeLiveProcess(getpid(), QCoreApplication::applicationName()));
+    return current;
+}
 
 NSRunningApplication* NSRunningApplication::runningApplicationWithProcessIdentifier(pid_t pid) {
     const auto provider = activeAccessibilityProvider();
     const auto info = applicationWithPid(*provider, pid);
-    return info ? RunningApplicationRegistry::instance().objectFor(provider->serial(), *info) : nullptr;
+    return info ? runningApplicationFor(provider->serial(), *info) : nullptr;
 }
 
 namespace {
@@ -74,7 +95,7 @@ template <class Predicate> QList<NSRunningApplication*> runningApplicationsWhere
     QList<NSRunningApplication*> result;
     for (const ApplicationInfo& info : provider->applications()) {
         if (wanted(info)) {
-            result.append(RunningApplicationRegistry::instance().objectFor(provider->serial(), info));
+            result.append(runningApplicationFor(provider->serial(), info));
         }
     }
     return result;
@@ -99,6 +120,10 @@ QList<NSRunningApplication*> NSWorkspace::runningApplications() const {
 
 NSRunningApplication* NSWorkspace::frontmostApplication() const {
     return runningApplicationsWhere([](const ApplicationInfo& info) { return info.active; }).value(0);
+}
+
+NSRunningApplication* NSWorkspace::menuBarOwningApplication() const {
+    return frontmostApplication();
 }
 
 bool NSRunningApplication::isActive() const {

@@ -16,8 +16,17 @@ enum : NSApplicationActivationOptions {
     NSApplicationActivateIgnoringOtherApps = 1 << 1,
 };
 
+typedef long NSApplicationActivationPolicy;
+enum : NSApplicationActivationPolicy {
+    NSApplicationActivationPolicyRegular = 0,
+    NSApplicationActivationPolicyAccessory = 1,
+    NSApplicationActivationPolicyProhibited = 2,
+};
+
 class NSRunningApplication {
 public:
+    // This process. It need not be among the desktop's running applications.
+    static NSRunningApplication* currentApplication();
     // Null when no running application has this process id.
     static NSRunningApplication* runningApplicationWithProcessIdentifier(pid_t pid);
     // In the desktop's order; empty when none runs.
@@ -27,6 +36,9 @@ public:
     // What the application was when first seen; they do not change while it runs.
     QString bundleIdentifier() const { return bundleId; }
     QUrl executableURL() const { return executable; }
+    // Empty when the application has no bundle (on Linux: no desktop entry).
+    QUrl bundleURL() const { return bundle; }
+    NSApplicationActivationPolicy activationPolicy() const { return policy; }
     QString localizedName() const { return name; }
     pid_t processIdentifier() const { return pid; }
 
@@ -39,11 +51,14 @@ public:
     NSRunningApplication& operator=(const NSRunningApplication&) = delete;
 
 private:
-    NSRunningApplication(pid_t pid, const QString& bundleId, const QString& name, const QUrl& executable);
+    NSRunningApplication(pid_t pid, const QString& bundleId, const QString& name, const QUrl& executable,
+                         const QUrl& bundle, NSApplicationActivationPolicy policy);
     friend class RunningApplicationRegistry;
 
     const pid_t pid;
     const QString bundleId;
     const QString name;
     const QUrl executable;
+    const QUrl bundle;
+    const NSApplicationActivationPolicy policy;
 };

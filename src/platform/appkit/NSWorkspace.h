@@ -1,11 +1,16 @@
 #pragma once
 
-// The workspace under AppKit's name, as far as the system asks it: which applications run, and
-// which of them is in front.
+// The workspace under AppKit's name, as far as the system asks it: which applications are
+// installed and where, which run, which of them is in front, and notifications of their changes.
 
+#include "NSImage.h"
+#include "NSNotificationCenter.h"
 #include "NSRunningApplication.h"
 
 #include <QList>
+#include <QString>
+
+#include <memory>
 
 class NSWorkspace {
 public:
@@ -15,4 +20,24 @@ public:
     QList<NSRunningApplication*> runningApplications() const;
     // The active application; null when none is.
     NSRunningApplication* frontmostApplication() const;
+    // The application that owns the menu bar. Linux desktops have no menu bar of the system's: the
+    // active application stands for its owner.
+    NSRunningApplication* menuBarOwningApplication() const;
+
+    // The bundle of the installed application of this name; empty when there is none. On Linux the
+    // desktop entry whose Name is this (case aside), else the entry of this id, else an executable
+    // file of this name on PATH.
+    QString fullPathForApplication(const QString& appName) const;
+    // The bundle of the installed application with this identifier; empty when there is none. On
+    // Linux the desktop entry of this id, else an executable file of this name on PATH (an
+    // application without an entry has its executable's name as identifier).
+    QString absolutePathForAppBundleWithIdentifier(const QString& bundleIdentifier) const;
+    // The icon of the file at the path. On Linux, for a desktop entry or an executable with one:
+    // the entry's Icon, as a file or as a name looked up in the icon themes' "hicolor" folders
+    // (largest size first) and in /usr/share/pixmaps. Null when there is none. The caller owns it.
+    std::unique_ptr<NSImage> iconForFile(const QString& path) const;
+
+    // Where NSWorkspaceDidLaunch/Terminate/Activate/DeactivateApplicationNotification are posted,
+    // on the main queue, while anyone observes them (appkit/WorkspaceMonitor.h).
+    NSNotificationCenter* notificationCenter() const;
 };

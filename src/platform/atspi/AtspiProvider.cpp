@@ -9,6 +9,7 @@
 #include "virtual/ValueConversion.h"
 
 #include <QMutexLocker>
+#include <QSet>
 
 #include <algorithm>
 #include <cerrno>
@@ -824,18 +825,43 @@ CGError AtspiProvider::windowList(QList<WindowInfo>* windows) {
 
 QList<ApplicationInfo> AtspiProvider::applications() {
     QMutexLocker locker(&mutex);
+    const bool managed = x11 && x11->hasWindowManager();
+    const pid_t front = managed ? x11->activeWindowOwner() : 0;
     QList<ApplicationInfo> result;
+    QSet<pid_t> listed;
+    QHash<QByteArray, ApplicationInfo> seen;
     for (const AccessibleRef& application : askableApplications()) {
         const pid_t pid = pidOf(application.get());
-        if (pid <= 0)
+        if (pid <= 0 || listed.contains(pid))
             continue;
         AtspiReader reader(application.get());
-        ApplicationInfo info = describeLiveProcess(pid, reader.name());
-        info.active = reader.activeWindow() != nullptr;
+        const QByteArray busName = reader.busName();
+        auto known = applicationsByBusName.constFind(busName);
+        ApplicationInfo info =
+            known != applicationsByBusName.constEnd() ? *known : describeLiveProcess(pid, reader.name());
+        info.active = managed ? pid == front : reader.activeWindow() != nullptr;
         noteOutcome(reader);
+        seen.insert(busName, info);
+        listed.insert(pid);
         result.append(info);
     }
+    applicationsByBusName = seen;
+    if (x11) {
+        for (const WindowInfo& window : x11->windows()) {
+            if (window.owner <= 0 || listed.contains(window.owner))
+                continue;
+            ApplicationInfo info = describeLiveProcess(window.owner, QString());
+            info.active = window.owner == front;
+            listed.insert(window.owner);
+            result.append(info);
+        }
+    }
     return result;
+}
+
+std::unique_ptr<QObject> AtspiProvider::watchApplications(std::function<void()> changed) {
+    return X11Desktop::watchRootProperties(
+        {QStringLiteral("_NET_ACTIVE_WINDOW"), QStringLiteral("_NET_CLIENT_LIST")}, std::move(changed));
 }
 
 QList<ScreenInfo> AtspiProvider::screens() {

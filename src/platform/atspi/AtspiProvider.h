@@ -49,7 +49,14 @@ public:
     AXError elementAtPosition(const Element& scope, CGPoint point, Element* hit) override;
     AXError windowOfElement(const Element& element, CGWindowID* windowID) override;
     CGError windowList(QList<WindowInfo>* windows) override;
+    // The applications on the accessibility bus, in the registry's order, then the processes
+    // that show windows without being on the bus, frontmost window first. With a window manager
+    // the active one is the owner of its active window (_NET_ACTIVE_WINDOW); without one, the one
+    // whose window has the accessibility state "active".
     QList<ApplicationInfo> applications() override;
+    // Changes of the root window's _NET_ACTIVE_WINDOW and _NET_CLIENT_LIST: the window manager's
+    // word that another window came to the front or a window came or went.
+    std::unique_ptr<QObject> watchApplications(std::function<void()> changed) override;
     QList<ScreenInfo> screens() override;
     ZoomInfo zoom() override;
     double menuBarHeight() override;
@@ -124,6 +131,9 @@ private:
     QHash<ElementId, Known> known;
     QHash<pid_t, AtspiAccessible*> applicationsByPid;
     QHash<QByteArray, pid_t> pidsByBusName;
+    // What an application on the bus was when first seen: its name, bundle and executable do not
+    // change while it runs.
+    QHash<QByteArray, ApplicationInfo> applicationsByBusName;
     QHash<QByteArray, QDeadlineTimer> unresponsive;
     // Emptied when it grows past this, so that elements that come and go cannot fill it.
     static constexpr qsizetype maximumCachedInterfaces = 100000;

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QSocketNotifier>
 
 // Xlib defines macros (None, Bool, Status...) that collide with Qt's names: after every Qt header.
 #include <X11/Xatom.h>
@@ -452,6 +453,72 @@ bool X11Desktop::hasWindowManager() {
     ErrorTrap trap(display);
     const bool runs = managerCheckWindow() != None;
     return runs && !lost;
+}
+
+pid_t X11Desktop::activeWindowOwner() {
+    if (lost)
+        return 0;
+    ErrorTrap trap(display);
+    if (managerCheckWindow() == None)
+        return 0;
+    const Window active = windowIn(display, DefaultRootWindow(display), atoms->netActiveWindow);
+    WindowInfo info;
+    const bool described = active != None && describe(active, &info) && trap.errors() == 0;
+    return described && !lost ? info.owner : 0;
+}
+
+namespace {
+
+// Its own connection, on which only the root's property changes arrive, read as the socket has
+// data. It makes no request that could fail, so it needs no error trap (which would meet the
+// provider's on another thread); a connection that breaks is read no more.
+class RootPropertyWatcher : public QObject {
+public:
+    RootPropertyWatcher(Display* display, QList<Atom> properties, std::function<void()> changed)
+        : display(display), properties(std::move(properties)), changed(std::move(changed)),
+          notifier(ConnectionNumber(display), QSocketNotifier::Read) {
+        XSetIOErrorExitHandler(
+            display, [](Display*, void* watcher) { static_cast<RootPropertyWatcher*>(watcher)->lost = true; },
+            this);
+        XSelectInput(display, DefaultRootWindow(display), PropertyChangeMask);
+        XFlush(display);
+        connect(&notifier, &QSocketNotifier::activated, this, &RootPropertyWatcher::readEvents);
+    }
+    ~RootPropertyWatcher() override { XCloseDisplay(display); }
+
+private:
+    void readEvents() {
+        bool relevant = false;
+        while (!lost && XPending(display) > 0) {
+            XEvent event;
+            XNextEvent(display, &event);
+            relevant =
+                relevant || (event.type == PropertyNotify && properties.contains(event.xproperty.atom));
+        }
+        if (lost)
+            notifier.setEnabled(false);
+        if (relevant)
+            changed();
+    }
+
+    Display* const display;
+    bool lost = false;
+    const QList<Atom> properties;
+    const std::function<void()> changed;
+    QSocketNotifier notifier;
+};
+
+} // namespace
+
+std::unique_ptr<QObject> X11Desktop::watchRootProperties(const QStringList& properties,
+                                                         std::function<void()> changed) {
+    Display* display = XOpenDisplay(nullptr);
+    if (!display)
+        return nullptr;
+    QList<Atom> atoms;
+    for (const QString& property : properties)
+        atoms.append(XInternAtom(display, property.toLatin1().constData(), False));
+    return std::make_unique<RootPropertyWatcher>(display, atoms, std::move(changed));
 }
 
 // Makes the requests of an action on a window that exists, and returns once the server has

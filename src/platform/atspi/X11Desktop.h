@@ -22,7 +22,9 @@
 #include "ax/AccessibilityProvider.h"
 
 #include <QList>
+#include <QObject>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <memory>
@@ -51,6 +53,15 @@ public:
     // Whether a window manager that follows the EWMH standard runs: the root window's
     // _NET_SUPPORTING_WM_CHECK names a live window that names itself.
     bool hasWindowManager();
+    // The process of the window that a running manager names active (_NET_ACTIVE_WINDOW); 0 when
+    // it names none, its window tells no process (_NET_WM_PID), or no manager runs.
+    pid_t activeWindowOwner();
+
+    // Calls `changed`, from the calling thread's event loop, whenever one of these properties of
+    // the root window changes, read over a connection of its own that lives as long as the
+    // returned object. Null when no X display can be reached. The thread must run an event loop.
+    static std::unique_ptr<QObject> watchRootProperties(const QStringList& properties,
+                                                        std::function<void()> changed);
 
     // Acting on a window (an id of windows()). Through the window manager's standard messages
     // when one runs, else directly on the window with plain X11. False when the window is

@@ -29,6 +29,10 @@ AccessibilityProvider::AccessibilityProvider() : serialNumber(nextSerial()) {}
 
 AccessibilityProvider::~AccessibilityProvider() = default;
 
+std::unique_ptr<QObject> AccessibilityProvider::watchApplications(std::function<void()>) {
+    return nullptr;
+}
+
 AXUIElementRef AccessibilityProvider::createHandle(const Element& element) const {
     return ElementHandle::create(serialNumber, element);
 }

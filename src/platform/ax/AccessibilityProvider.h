@@ -15,10 +15,12 @@
 #include "CGBase.h"
 
 #include <QList>
+#include <QObject>
 #include <QString>
 #include <QStringList>
 #include <QtGlobal>
 
+#include <functional>
 #include <memory>
 
 // A provider's own name for one element, opaque to everyone else. A provider must give one
@@ -49,6 +51,11 @@ struct ApplicationInfo {
     QString name;
     QString executablePath;
     bool active = false;
+    // What stands for the application's bundle (a desktop entry's file on Linux); may be empty.
+    QString bundlePath;
+    // Shown among the applications the user switches between (AppKit's regular activation
+    // policy), or an accessory without a place there.
+    bool regular = true;
 };
 
 struct ScreenInfo {
@@ -97,6 +104,11 @@ public:
 
     // The desktop around the elements, for the application, screen and mouse services.
     virtual QList<ApplicationInfo> applications() = 0;
+    // An object that calls `changed`, from the calling thread's event loop, when the desktop
+    // tells that its applications may have changed (one came to the front, started or quit);
+    // its life is the watch's. Null when the desktop tells nothing: then only looking again
+    // shows a change.
+    virtual std::unique_ptr<QObject> watchApplications(std::function<void()> changed);
     // The screen with the menu bar first; empty when the desktop cannot be reached.
     virtual QList<ScreenInfo> screens() = 0;
     // No zoom (factor 1, origin (0, 0)) when the desktop has none or cannot tell.

@@ -290,9 +290,14 @@ QList<ApplicationInfo> applicationInfos(const Desktop& desktop) {
     QList<ApplicationInfo> result;
     for (const Application& application : desktop.applications) {
         const Node& node = desktop.nodes[std::size_t(application.node)];
-        result.append(ApplicationInfo{node.pid, application.bundleIdentifier, application.name,
-                                      application.executablePath,
-                                      booleanAttribute(node, QStringLiteral("AXFrontmost"))});
+        ApplicationInfo info;
+        info.pid = node.pid;
+        info.bundleIdentifier = application.bundleIdentifier;
+        info.name = application.name;
+        info.executablePath = application.executablePath;
+        info.active = booleanAttribute(node, QStringLiteral("AXFrontmost"));
+        info.regular = application.regular;
+        result.append(info);
     }
     return result;
 }

@@ -83,7 +83,9 @@ struct Application {
     QString bundleIdentifier;
     QString name;
     QString executablePath;
-    QList<int> windows;  // nodes, in fixture order
+    bool regular =
+        true;           // false: an accessory, with no place among the applications the user switches between
+    QList<int> windows; // nodes, in fixture order
     QList<int> elements; // nodes of children other than windows (a menu bar)
     Busy busy;
 };

@@ -169,13 +169,14 @@ bool DesktopLoader::readApplication(const QJsonValue& value, const QString& plac
     QJsonObject object;
     if (!readObject(value, place, &object) ||
         !checkKeys(object, place,
-                   {"pid", "bundleId", "name", "executable", "active", "busy", "windows", "id", "attributes",
-                    "settable", "actions", "faults", "children"}))
+                   {"pid", "bundleId", "name", "executable", "active", "accessory", "busy", "windows", "id",
+                    "attributes", "settable", "actions", "faults", "children"}))
         return false;
     Fields fields(*this, object, place);
     qint64 pid = 0;
     QString id;
     Application application;
+    bool accessory = false;
     if (!fields.require("pid") || !fields.integer("pid", 1, kLargestPid, &pid))
         return false;
     const QString key = QStringLiteral("app:") + QString::number(pid);
@@ -184,9 +185,11 @@ bool DesktopLoader::readApplication(const QJsonValue& value, const QString& plac
     if (!readExplicitId(fields, &id) || !fields.string("bundleId", &application.bundleIdentifier) ||
         !fields.string("name", &application.name) ||
         !fields.string("executable", &application.executablePath) ||
+        !fields.boolean("accessory", &accessory) ||
         (fields.has("busy") && !readBusy(fields.value("busy"), fields.placeOf("busy"), &application.busy)))
         return false;
 
+    application.regular = !accessory;
     const int index = addNode(NodeKind::Application, pid_t(pid), key, place, -1, id);
     targets.insert(key, index);
     application.node = index;
