@@ -3,8 +3,10 @@
 # accessibility bus) where a real application runs, gtk3-widget-factory: starts ui-element-tool
 # and `ui-element-ctl reports`, sends commands with `ui-element-ctl send`, and shows the answers
 # and the tool's log; then reads the application through the accessibility layer with
-# `ui-element-ctl tree`, `at`, `window` and `focused`, presses a button of it, and acts on its
-# window through the window manager (openbox) with `zoom` and `close`.
+# `ui-element-ctl tree`, `at`, `window` and `focused`, presses a button of it, lists the running
+# applications and shows their changes as another application starts and quits (`apps`,
+# `app-events`), and acts on its window through the window manager (openbox) with `zoom` and
+# `close`.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -80,10 +82,28 @@ echo "== ui-element-ctl window $point   (the window there, with its application)
 "$ctl" window "$point" | sed 's/^/   /'
 echo "== ui-element-ctl press $point   (the stack switches to Page 2)"
 "$ctl" press "$point" | sed 's/^/   /'
+echo "== ui-element-ctl raise $point   (the window comes to the front, with the focus)"
+"$ctl" raise "$point" | sed 's/^/   /'
 echo "== ui-element-ctl focused"
 "$ctl" focused | sed 's/^/   /'
 echo "== ui-element-ctl window --json $point"
 "$ctl" window --json "$point" | sed 's/^/   /'
+echo "== ui-element-ctl apps   (the running applications, the frontmost first)"
+"$ctl" apps | sed 's/^/   /'
+echo "== ui-element-ctl app-events 10   (while gtk3-icon-browser starts, takes the front and quits)"
+"$ctl" app-events 10 >"$work/events.log" 2>&1 &
+events_pid=$!
+live_wait_for 5 grep -q . "$work/events.log" || true
+gtk3-icon-browser >/dev/null 2>&1 &
+browser_pid=$!
+live_wait_for 30 sh -c "'$ctl' apps | grep -q gtk3-icon-browser" || true
+"$ctl" apps | sed 's/^/   apps: /'
+sleep 1
+kill "$browser_pid"; wait "$browser_pid" 2>/dev/null || true
+live_wait_for 10 sh -c "! '$ctl' apps | grep -q gtk3-icon-browser" || true
+sleep 1
+kill "$events_pid" 2>/dev/null; wait "$events_pid" 2>/dev/null || true
+sed 's/^/   /' "$work/events.log"
 echo "== ui-element-ctl zoom $point   (the header bar's Maximize button, through the window manager)"
 "$ctl" zoom "$point" 2>/dev/null | sed 's/^/   /'
 echo "== ui-element-ctl zoom $point   (and back)"

@@ -212,6 +212,41 @@ private Q_SLOTS:
         QCOMPARE(files.value("tree").toObject().value("role").toString(), QString("AXApplication"));
     }
 
+    void apps() {
+        const Run run = runCtl({"apps", "--json", "--desktop", desktop});
+        QCOMPARE(run.exitCode, 0);
+        const QJsonArray list = QJsonDocument::fromJson(run.output.toUtf8())["applications"].toArray();
+        QVERIFY2(list.size() >= 2, qPrintable(run.output));
+        QCOMPARE(list[0]["pid"].toInt(), 4101);
+        QVERIFY(list[0]["front"].toBool());
+        QCOMPARE(list[1]["bundleId"].toString(), QStringLiteral("com.example.files"));
+        QVERIFY(!list[1]["front"].toBool());
+    }
+
+    // Changes of a desktop file under a running app-events are told as they come.
+    void appEvents() {
+        const QString path = QDir::temp().filePath("events-desktop.json");
+        const auto write = [&](const QByteArray& applications) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+            file.write(R"({"applications": [)" + applications + "]}");
+        };
+        const QByteArray one = R"({"pid": 11, "bundleId": "org.example.one", "active": true})";
+        const QByteArray two = R"({"pid": 12, "bundleId": "org.example.two", "active": true})";
+        write(one);
+        Binary events(UIET_CTL_PATH, {"app-events", "30", "--desktop", path}, QProcess::SeparateChannels);
+        QVERIFY2(events.waitForOutput("front org.example.one\n"), qPrintable(events.errorOutput()));
+        write(R"({"pid": 11, "bundleId": "org.example.one"},)" + two);
+        QVERIFY2(events.waitForOutput("launched org.example.two\n"), qPrintable(events.output()));
+        QVERIFY2(events.waitForOutput("front org.example.two\n"), qPrintable(events.output()));
+        write(one);
+        QVERIFY2(events.waitForOutput("quit org.example.two\n"), qPrintable(events.output()));
+        QCOMPARE(events.output(), QStringLiteral("front org.example.one\nlaunched org.example.two\n"
+                                                 "not front org.example.one\nfront org.example.two\n"
+                                                 "front org.example.one\nnot front org.example.two\n"
+                                                 "quit org.example.two\n"));
+    }
+
     void badInputIsRefused_data() {
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<int>("exitCode");
@@ -229,6 +264,11 @@ private Q_SLOTS:
         QTest::newRow("unreachable desktop")
             << QStringList{"minimize", "--desktop", "/nonexistent/desktop.json", "1,1"} << 2
             << "no desktop file /nonexistent/desktop.json";
+        QTest::newRow("app-events without a time") << QStringList{"app-events"} << 2 << "usage: ui-element-ctl";
+        QTest::newRow("app-events for no time")
+            << QStringList{"app-events", "0"} << 2 << "whole number of seconds from 1 to 86400, not '0'";
+        QTest::newRow("app-events for too long")
+            << QStringList{"app-events", "86401"} << 2 << "whole number of seconds from 1 to 86400, not '86401'";
         QTest::newRow("unknown option")
             << QStringList{"window", "--xml", "1,1"} << 2 << "usage: ui-element-ctl";
     }

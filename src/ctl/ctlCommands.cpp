@@ -6,6 +6,7 @@
 #include "UIElement.h"
 #include "ZRUIElementToolData.h"
 #include "appkit/NSWorkspace.h"
+#include "applicationCommands.h"
 #include "dataObjectSerialization.h"
 #include "elementTree.h"
 #include "inspectorCommands.h"
@@ -34,7 +35,8 @@ int usage() {
                 "       ui-element-ctl at [--desktop FILE] [--json] [--plain] X,Y\n"
                 "       ui-element-ctl window|press [--desktop FILE] [--json] X,Y\n"
                 "       ui-element-ctl raise|minimize|zoom|close [--desktop FILE] [--json] X,Y\n"
-                "       ui-element-ctl focused|screens [--desktop FILE] [--json]\n"
+                "       ui-element-ctl focused|screens|apps [--desktop FILE] [--json]\n"
+                "       ui-element-ctl app-events [--desktop FILE] [--json] SECONDS\n"
                 "\n"
                 "  reports   listen for the tool's state reports and print each as '<id> found' or\n"
                 "            '<id> not found', one per line\n"
@@ -49,6 +51,10 @@ int usage() {
                 "  focused   print the focused element, its window and its application\n"
                 "  screens   print the screens (id, name, frame, scale, physical size), the menu bar's\n"
                 "            height and the zoom\n"
+                "  apps      print the running applications, the frontmost first: pid, bundle id, name,\n"
+                "            executable\n"
+                "  app-events print, for SECONDS, each application that comes to the front (front),\n"
+                "            leaves it (not front), starts (launched) or quits (quit)\n"
                 "  press     press the element at a screen point and print the AXError\n"
                 "  raise, minimize, zoom, close\n"
                 "            act on the window at a screen point as its title bar would\n"
@@ -237,8 +243,10 @@ int runCtl(const QStringList& arguments) {
     InspectorOptions options;
     const bool optionsComplete = takeInspectorOptions(inspectorOperands, options);
     const QString inspectorVerb = inspectorOperands.isEmpty() ? QString() : inspectorOperands.takeFirst();
-    if (inspectorVerb == QLatin1String("tree") || inspectorVerb == QLatin1String("focused") ||
-        inspectorVerb == QLatin1String("screens") || isPointVerb(inspectorVerb)) {
+    const QStringList inspectorVerbs{QStringLiteral("tree"), QStringLiteral("focused"),
+                                     QStringLiteral("screens"), QStringLiteral("apps"),
+                                     QStringLiteral("app-events")};
+    if (inspectorVerbs.contains(inspectorVerb) || isPointVerb(inspectorVerb)) {
         if (!optionsComplete) {
             ctlFail(ctlExitUsage, QStringLiteral("--desktop needs a desktop file"));
             return usage();
@@ -254,6 +262,10 @@ int runCtl(const QStringList& arguments) {
             return runFocused(options);
         if (inspectorVerb == QLatin1String("screens") && inspectorOperands.isEmpty())
             return runScreens(options);
+        if (inspectorVerb == QLatin1String("apps") && inspectorOperands.isEmpty())
+            return runApps(options);
+        if (inspectorVerb == QLatin1String("app-events") && inspectorOperands.size() == 1 && !flagLeft)
+            return runAppEvents(options, inspectorOperands.at(0));
         if (isPointVerb(inspectorVerb) && inspectorOperands.size() == 1 && !flagLeft) {
             if (inspectorVerb == QLatin1String("at"))
                 return runAt(options, inspectorOperands.at(0));
