@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/bootstrap.sh
-scripts/build.sh plain bench_commandLoad bench_hitTesting bench_liveWalk bench_liveQuestions dbusCallCounter | tail -n 1
+scripts/build.sh plain bench_commandLoad bench_hitTesting bench_translationMapping bench_liveWalk bench_liveQuestions dbusCallCounter | tail -n 1
 
 TMPDIR=$(mktemp -d /tmp/uiet-bench-XXXXXX)
 export TMPDIR
@@ -18,6 +18,10 @@ build/bench/bench_commandLoad "$@"
 echo
 echo "== hit tests in generated Pro Tools windows: the Pro Tools search against the rectangle search"
 build/bench/bench_hitTesting
+
+echo
+echo "== the translation catalogs of GTK 3 and Qt: reading every language, and one lookup"
+build/bench/bench_translationMapping
 
 echo
 echo "== reading role, title and frame of every element of gtk3-widget-factory on a headless desktop"

@@ -14,6 +14,11 @@ packages=(
   # A small window manager that follows the EWMH standard, for the window tests and the demo, and
   # xprop, by which the demo sees that it runs.
   openbox x11-utils
+  # Property lists (XML and binary); the translation catalogs of Qt, and the tools that make
+  # gettext and Qt catalogs for the tests.
+  libplist-dev qt6-translations-l10n gettext qt6-l10n-tools
+  # A font whose measures are the same on every machine, for the tests of text layout.
+  fonts-dejavu-core
 )
 
 missing=()

@@ -172,8 +172,9 @@ void LiveDesktopSession::applyToThisProcess() {
     }
 }
 
-QProcess* LiveDesktopSession::startApplication(const QString& program, const QStringList& arguments) {
-    return start(program, arguments, SIGKILL);
+QProcess* LiveDesktopSession::startApplication(const QString& program, const QStringList& arguments,
+                                               const QProcessEnvironment& extra) {
+    return start(program, arguments, SIGKILL, extra);
 }
 
 bool LiveDesktopSession::waitUntil(const std::function<bool()>& condition, int timeoutMs) {
@@ -186,10 +187,13 @@ bool LiveDesktopSession::waitUntil(const std::function<bool()>& condition, int t
     return true;
 }
 
-QProcess* LiveDesktopSession::start(const QString& program, const QStringList& arguments, int deathSignal) {
+QProcess* LiveDesktopSession::start(const QString& program, const QStringList& arguments, int deathSignal,
+                                    const QProcessEnvironment& extra) {
     children.push_back({std::make_unique<QProcess>(), 0});
     QProcess* process = children.back().process.get();
-    process->setProcessEnvironment(env);
+    QProcessEnvironment environment = env;
+    environment.insert(extra);
+    process->setProcessEnvironment(environment);
     process->setWorkingDirectory(workingDirectory);
     const pid_t parent = getpid();
     process->setChildProcessModifier([parent, deathSignal] {

@@ -50,8 +50,10 @@ public:
     // the destructor restores what was there before.
     void applyToThisProcess();
 
-    // Started with environment(); ended by the destructor. The caller checks that it started.
-    QProcess* startApplication(const QString& program, const QStringList& arguments = {});
+    // Started with environment() and the variables of `extra` over it; ended by the destructor.
+    // The caller checks that it started.
+    QProcess* startApplication(const QString& program, const QStringList& arguments = {},
+                               const QProcessEnvironment& extra = {});
 
     // Polls the condition, processing events in between; false when it is still false after the
     // time-out.
@@ -63,7 +65,8 @@ private:
         qint64 group = 0; // its pid, which is also the id of its process group; 0 when it did not start
     };
 
-    QProcess* start(const QString& program, const QStringList& arguments, int deathSignal);
+    QProcess* start(const QString& program, const QStringList& arguments, int deathSignal,
+                    const QProcessEnvironment& extra = {});
     QProcess* startService(const QString& name, const QString& program, const QStringList& arguments);
     bool startXServer();
     bool startOpenbox();

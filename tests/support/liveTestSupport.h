@@ -96,8 +96,8 @@ protected:
     // `application`, and waits until its element of this role and title is on the bus. Null, with
     // the problem, when it does not come up.
     QProcess* startWatchedApplication(const QString& program, const QString& role, const QString& title,
-                                      QString* problem) {
-        QProcess* process = session->startApplication(program);
+                                      QString* problem, const QProcessEnvironment& extra = {}) {
+        QProcess* process = session->startApplication(program, {}, extra);
         if (!process || !process->waitForStarted()) {
             *problem = QStringLiteral("%1 does not start").arg(program);
             return nullptr;

@@ -87,6 +87,52 @@ QString NSBundle::objectForInfoDictionaryKey(const QString& key) const {
     return QString();
 }
 
+namespace {
+
+// The bundle's Contents folder, where a macOS application keeps everything; a framework or a
+// flat bundle keeps it at the top.
+QString contentsOf(const QString& bundlePath) {
+    const QDir dir(bundlePath);
+    return dir.exists(QStringLiteral("Contents")) ? dir.filePath(QStringLiteral("Contents")) : bundlePath;
+}
+
+QUrl folderOfContents(const QString& bundlePath, const QString& name) {
+    return QFileInfo(bundlePath).isDir() ? QUrl::fromLocalFile(QDir(contentsOf(bundlePath)).filePath(name))
+                                         : QUrl();
+}
+
+} // namespace
+
+QString NSBundle::resourcePath() const {
+    if (!QFileInfo(path).isDir())
+        return QString();
+    const QDir contents(contentsOf(path));
+    return contents.exists(QStringLiteral("Resources")) ? contents.filePath(QStringLiteral("Resources"))
+                                                        : path;
+}
+
+QStringList NSBundle::localizations() const {
+    const QString resources = resourcePath();
+    if (resources.isEmpty())
+        return {};
+    QStringList names;
+    for (const QString& folder : QDir(resources).entryList({QStringLiteral("*.lproj")}, QDir::Dirs))
+        names.append(folder.chopped(int(qstrlen(".lproj"))));
+    return names;
+}
+
+QUrl NSBundle::privateFrameworksURL() const {
+    return folderOfContents(path, QStringLiteral("Frameworks"));
+}
+
+QUrl NSBundle::sharedFrameworksURL() const {
+    return folderOfContents(path, QStringLiteral("SharedFrameworks"));
+}
+
+QUrl NSBundle::builtInPlugInsURL() const {
+    return folderOfContents(path, QStringLiteral("PlugIns"));
+}
+
 std::unique_ptr<NSImage> NSBundle::imageForResource(const QString& name) const {
     if (name.isEmpty() || name.contains(QLatin1Char('/'))) {
         return nullptr;

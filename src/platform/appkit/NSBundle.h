@@ -13,6 +13,8 @@
 #include "NSImage.h"
 
 #include <QString>
+#include <QStringList>
+#include <QUrl>
 
 #include <memory>
 
@@ -29,6 +31,18 @@ public:
     QString bundleIdentifier() const;
     // A string value of the info dictionary; empty when there is none.
     QString objectForInfoDictionaryKey(const QString& key) const;
+    // The folder of the bundle's resources: Contents/Resources, else Resources (a framework),
+    // else the bundle's own folder (a flat bundle). Empty for an application that is a file.
+    QString resourcePath() const;
+    // The names, without ".lproj", of the language folders among the resources.
+    QStringList localizations() const;
+    // The folders of private frameworks, shared frameworks and built-in plug-ins: Contents/
+    // Frameworks, Contents/SharedFrameworks and Contents/PlugIns (without Contents/ in a bundle
+    // that has none). They need not exist; empty for an application that is a file.
+    QUrl privateFrameworksURL() const;
+    QUrl sharedFrameworksURL() const;
+    QUrl builtInPlugInsURL() const;
+
     // The image resource of this name, looked for in Contents/Resources, then at the top of the
     // bundle. In each place the candidates are <name> itself (a name may carry its extension),
     // then <name>.png, then <name>.<extension> for every format Qt reads, in Qt's order; the

@@ -1,0 +1,23 @@
+#pragma once
+
+// The file manager under Foundation's name, as far as the readers of bundles need it.
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+class NSFileManager {
+public:
+    static NSFileManager* defaultManager();
+
+    bool fileExistsAtPath(const QString& path) const;
+    // Every file and folder below the folder, its subfolders too, each as a path relative to it,
+    // in a stable order; symbolic links are not followed into. Empty for no folder.
+    QStringList enumeratorAtPath(const QString& path) const;
+    // The direct entries of a folder, as full paths; nullopt when it cannot be read.
+    std::optional<QStringList> contentsOfDirectoryAtPath(const QString& path) const;
+
+private:
+    NSFileManager() = default;
+};
