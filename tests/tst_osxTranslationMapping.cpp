@@ -68,6 +68,8 @@ private Q_SLOTS:
         writeFile(resources + "/en.lproj/Localizable.strings",
                   "\"OPEN\" = \"Open\";\n\"Close\" = \"Close\";\n");
         writeFile(resources + "/en.lproj/Nested/Menus.strings", "\"Close\" = \"Close Window\";\n");
+        // A table that cannot be read as a file is passed over.
+        QDir().mkpath(resources + "/de.lproj/Unreadable.strings");
         writeFile(resources + "/Sub/Menus.loctable",
                   xmlDictionary("<key>LocProvenance</key><dict><key>de</key><string>x</string></dict>"
                                 "<key>de</key><dict><key>MENU</key><string>Ablage</string>"
@@ -219,6 +221,18 @@ private Q_SLOTS:
         QCOMPARE(sorted(mapping->translationsForString("Akte")), (QStringList{"Akte", "File"}));
         QCOMPARE(sorted(mapping->translationsForString("%d Dateien")),
                  (QStringList{"%d Dateien", "%d files"}));
+    }
+
+    // A program without catalogs, bundle or toolkit: only the text itself.
+    void aProcessWithoutCatalogs() {
+        QProcess sleeper;
+        sleeper.start("/bin/sleep", {"30"});
+        QVERIFY(sleeper.waitForStarted());
+        const pid_t pid = pid_t(sleeper.processId());
+        QVERIFY(catalogFamiliesOfProcess(pid).isEmpty());
+        QCOMPARE(translationsOfStringForProcess("Öffnen", pid), QStringList{"Öffnen"});
+        sleeper.kill();
+        sleeper.waitForFinished();
     }
 
     // This program's own catalogs come first, then its toolkit's; its strings are found in them.
