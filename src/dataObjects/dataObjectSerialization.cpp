@@ -48,12 +48,6 @@ bool hasOwnProperties(const QMetaObject* metaObject) {
     return metaObject->propertyOffset() != metaObject->propertyCount();
 }
 
-QSet<QByteArray> flaggedProperties(const QMetaObject* metaObject, const QByteArray& flagKey) {
-    if (flagKey.isEmpty())
-        return {};
-    return commaSeparatedClassInfoSet(metaObject, flagKey.constData());
-}
-
 // Stored, not left out by name, and among the flagged ones if the class declares the flag key.
 bool propertyIsWalked(const QMetaProperty& property, const QSet<QByteArray>& leftOut,
                       const QSet<QByteArray>& flagged) {
@@ -75,11 +69,6 @@ QObject* objectInVariant(const QVariant& value) {
     return value.value<QObject*>();
 }
 
-const ZRSerializableStructureBase* structureInVariant(const QVariant& value) {
-    // Every structure begins with its structure base (checked when it is registered).
-    return static_cast<const ZRSerializableStructureBase*>(value.constData());
-}
-
 // Null unless the serializer writes by dirty marks and the object keeps them.
 ZRDirtyableEntity* dirtyableInDirtyMarkMode(AbstractSettingsSerializer& serializer, QObject* object) {
     if (!serializer.utilizeDirtyMarksAndSetCleanWhenWriting())
@@ -97,20 +86,6 @@ bool itemKeyIsUsable(AbstractSettingsSerializer& serializer, const ZRSerializabl
         return true;
     failure(serializer) << "Warning: list index out of range at:" << item.path;
     return false;
-}
-
-// The structure made by `fill` in a variant of `metaTypeId`; `fill` gets the new default one.
-template <typename Fill> QVariant filledStructure(int metaTypeId, Fill fill) {
-    const QMetaType type(metaTypeId);
-    void* data = type.create();
-    fill(static_cast<ZRSerializableStructureBase*>(data));
-    QVariant result(type, data);
-    type.destroy(data);
-    return result;
-}
-
-bool isObjectPointerType(int metaTypeId) {
-    return QMetaType(metaTypeId).flags() & QMetaType::PointerToQObject;
 }
 
 void saveTopLevel(AbstractSettingsSerializer& serializer, QObject* object, const QSet<QByteArray>& skip,
@@ -199,7 +174,7 @@ void saveObject(AbstractSettingsSerializer& serializer, QObject* object, const Q
     const QSet<QByteArray> simpleMap = simpleMapProperties(metaObject);
     const QSet<QByteArray> notInPath = notIncludedInPathProperties(metaObject);
     const QSet<QByteArray> dontIncludeIfEmpty = dontIncludeIfEmptyProperties(metaObject);
-    const QSet<QByteArray> flagged = flaggedProperties(metaObject, flagKey);
+    const QSet<QByteArray> flagged = propertiesFlaggedByKey(metaObject, flagKey);
 
     for (int index = metaObject->propertyOffset(); index < metaObject->propertyCount(); ++index) {
         const QMetaProperty property = metaObject->property(index);
@@ -238,13 +213,14 @@ void saveStructureOrChildObject(AbstractSettingsSerializer& serializer, const QV
                                 const QList<QString>& path, bool force, const QSet<QVariant>* dirtyKeys,
                                 const QByteArray& flagKey) {
     const int type = determineVariantType(value);
-    if (isObjectPointerType(type)) {
+    if (isMetaTypePointerToQObject(type)) {
         QObject* child = objectInVariant(value);
         setObjectBeingSerializedIfEntity(child, true);
         saveObject(serializer, child, path, force, {}, flagKey);
         setObjectBeingSerializedIfEntity(child, false);
     } else if (isMetaTypeSerializableStructure(type)) {
-        saveStructure(serializer, structureInVariant(value), path, force, false, dirtyKeys, flagKey);
+        saveStructure(serializer, serializableStructureInVariant(value), path, force, false, dirtyKeys,
+                      flagKey);
     } else {
         failure(serializer) << "Warning: cannot determine type of object at path:" << path;
     }
@@ -290,7 +266,7 @@ void saveOpaqueProperty(AbstractSettingsSerializer& serializer, const QVariant& 
     const bool dirtyMarkMode = serializer.utilizeDirtyMarksAndSetCleanWhenWriting();
     if (dirtyMarkMode && !force)
         return;
-    if (!isObjectPointerType(determineVariantType(value))) {
+    if (!isMetaTypePointerToQObject(determineVariantType(value))) {
         failure(serializer) << "Warning: trying to save opaque property that is not derived from QObject";
         return;
     }
@@ -322,7 +298,7 @@ void saveSimpleMapProperty(AbstractSettingsSerializer& serializer, const QVarian
                "structure";
         return;
     }
-    const ZRSerializableStructureBase* structure = structureInVariant(value);
+    const ZRSerializableStructureBase* structure = serializableStructureInVariant(value);
     if (structure->isSequentialStructure()) {
         failure(serializer)
             << "Error: tried to save property marked as simple map that is not a serializable "
@@ -346,7 +322,7 @@ void loadObject(AbstractSettingsSerializer& serializer, QObject* object, const Q
     const QSet<QByteArray> opaque = opaqueProperties(metaObject);
     const QSet<QByteArray> simpleMap = simpleMapProperties(metaObject);
     const QSet<QByteArray> notInPath = notIncludedInPathProperties(metaObject);
-    const QSet<QByteArray> flagged = flaggedProperties(metaObject, flagKey);
+    const QSet<QByteArray> flagged = propertiesFlaggedByKey(metaObject, flagKey);
 
     for (int index = metaObject->propertyOffset(); index < metaObject->propertyCount(); ++index) {
         const QMetaProperty property = metaObject->property(index);
@@ -399,7 +375,7 @@ QVariant loadChildObject(AbstractSettingsSerializer& serializer, QObject* parent
 
 QVariant loadStructure(AbstractSettingsSerializer& serializer, QObject* parent, int metaTypeId,
                        const QList<QString>& path, const QByteArray& flagKey) {
-    return filledStructure(metaTypeId, [&](ZRSerializableStructureBase* structure) {
+    return newSerializableStructure(metaTypeId, [&](ZRSerializableStructureBase* structure) {
         const QList<AbstractSettingsSerializer::KeyAndPath> items =
             serializer.readKeysAndValuePathsForStructureAtPath(path, structure);
         for (const AbstractSettingsSerializer::KeyAndPath& item : items) {
@@ -445,7 +421,7 @@ QVariant loadSimpleMapProperty(AbstractSettingsSerializer& serializer, int metaT
 
 QVariant loadSimpleMapStructure(AbstractSettingsSerializer& serializer, int metaTypeId,
                                 const QList<QString>& path) {
-    return filledStructure(metaTypeId, [&](ZRSerializableStructureBase* structure) {
+    return newSerializableStructure(metaTypeId, [&](ZRSerializableStructureBase* structure) {
         const QList<AbstractSettingsSerializer::KeyAndPath> items =
             serializer.readSimpleMapKeysAndValuePathsForStructureAtPath(path, structure);
         for (const AbstractSettingsSerializer::KeyAndPath& item : items) {

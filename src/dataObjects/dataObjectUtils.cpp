@@ -144,3 +144,31 @@ QObject* createObjectOfTypeIfTypeIsQObjectDerived(int metaTypeId, bool useAltern
     }
     return metaObject->newInstance();
 }
+
+bool isMetaTypePointerToQObject(int metaTypeId) {
+    return QMetaType(metaTypeId).flags() & QMetaType::PointerToQObject;
+}
+
+const ZRSerializableStructureBase* serializableStructureInVariant(const QVariant& value) {
+    return static_cast<const ZRSerializableStructureBase*>(value.constData());
+}
+
+ZRSerializableStructureBase* mutableSerializableStructureInVariant(QVariant& value) {
+    return static_cast<ZRSerializableStructureBase*>(value.data());
+}
+
+QVariant newSerializableStructure(int metaTypeId,
+                                  const std::function<void(ZRSerializableStructureBase*)>& fill) {
+    const QMetaType type(metaTypeId);
+    void* data = type.create();
+    fill(static_cast<ZRSerializableStructureBase*>(data));
+    QVariant result(type, data);
+    type.destroy(data);
+    return result;
+}
+
+QSet<QByteArray> propertiesFlaggedByKey(const QMetaObject* metaObject, const QByteArray& flagKey) {
+    if (flagKey.isEmpty())
+        return {};
+    return commaSeparatedClassInfoSet(metaObject, flagKey.constData());
+}
