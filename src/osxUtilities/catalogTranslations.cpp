@@ -1,6 +1,7 @@
 #include "catalogTranslations.h"
 
 #include "appkit/DesktopEntries.h"
+#include "appkit/NSFileManager.h"
 #include "appkit/NSRunningApplication.h"
 #include "catalogs/Catalogs.h"
 #include "osxTranslationMapping.h"
@@ -19,10 +20,7 @@ const QString kGettextPrefix = QStringLiteral("gettext:");
 const QString kQtPrefix = QStringLiteral("qt:");
 
 std::optional<QByteArray> readCatalogFile(const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly) || file.size() > kLargestCatalogFile)
-        return std::nullopt;
-    return file.readAll();
+    return NSFileManager::defaultManager()->contentsAtPath(path, kLargestCatalogFile);
 }
 
 // The key of one message, or of one plural form of it: context, source text and Qt's comment
@@ -53,23 +51,37 @@ void insertCatalog(TranslationMapping& mapping, const Catalog& catalog, const QS
     }
 }
 
-// Every language's catalog of a gettext domain: <locale dir>/<language>/LC_MESSAGES/<domain>.mo,
-// the first directory that has a language standing.
-void readGettextFamily(TranslationMapping& mapping, const QString& family, const QString& domain) {
-    QSet<QString> languages;
+// The catalog files of a gettext domain, <locale dir>/<language>/LC_MESSAGES/<domain>.mo, in the
+// order of the locale directories: (language, path) for each that exists. None for a domain name
+// that would lead out of LC_MESSAGES.
+QList<std::pair<QString, QString>> gettextCatalogFiles(const QString& domain) {
+    QList<std::pair<QString, QString>> files;
+    if (domain.isEmpty() || domain.contains(u'/'))
+        return files;
     for (const QString& localeDirectory : gettextLocaleDirectories()) {
         for (const QString& language : QDir(localeDirectory).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
             const QString path =
                 QStringLiteral("%1/%2/LC_MESSAGES/%3.mo").arg(localeDirectory, language, domain);
-            if (languages.contains(language) || !QFileInfo(path).isFile())
-                continue;
-            const auto data = readCatalogFile(path);
-            const auto catalog = data ? readGettextCatalog(*data) : std::nullopt;
-            if (!catalog)
-                continue;
-            languages.insert(language);
-            insertCatalog(mapping, *catalog, language, family, domain + QStringLiteral(".mo"), u'_');
+            if (QFileInfo(path).isFile())
+                files.append({language, path});
         }
+    }
+    return files;
+}
+
+// Every language's catalog of a gettext domain, the first directory whose catalog of a language
+// can be read standing.
+void readGettextFamily(TranslationMapping& mapping, const QString& family, const QString& domain) {
+    QSet<QString> languages;
+    for (const auto& [language, path] : gettextCatalogFiles(domain)) {
+        if (languages.contains(language))
+            continue;
+        const auto data = readCatalogFile(path);
+        const auto catalog = data ? readGettextCatalog(*data) : std::nullopt;
+        if (!catalog)
+            continue;
+        languages.insert(language);
+        insertCatalog(mapping, *catalog, language, family, domain + QStringLiteral(".mo"), u'_');
     }
 }
 
@@ -85,19 +97,6 @@ void readQtFamily(TranslationMapping& mapping, const QString& family, const QStr
         const QString language = file.mid(prefix.size()).chopped(int(qstrlen(".qm")));
         insertCatalog(mapping, *catalog, language, family, info.fileName() + QStringLiteral(".qm"), u'&');
     }
-}
-
-bool gettextDomainExists(const QString& domain) {
-    if (domain.isEmpty() || domain.contains(u'/'))
-        return false;
-    for (const QString& localeDirectory : gettextLocaleDirectories()) {
-        for (const QString& language : QDir(localeDirectory).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-            if (QFileInfo(QStringLiteral("%1/%2/LC_MESSAGES/%3.mo").arg(localeDirectory, language, domain))
-                    .isFile())
-                return true;
-        }
-    }
-    return false;
 }
 
 // The Qt catalogs that an application installs for itself: <data dir>/<name>/translations/<name>_*.qm.
@@ -148,7 +147,7 @@ QStringList readCatalogFamiliesOfProcess(pid_t pid) {
     domains << program;
     for (const QString& domain : std::as_const(domains)) {
         const QString family = kGettextPrefix + domain;
-        if (!families.contains(family) && gettextDomainExists(domain))
+        if (!families.contains(family) && !gettextCatalogFiles(domain).isEmpty())
             families << family;
     }
     families << ownQtFamilies(entry ? QStringList{program, entry->id} : QStringList{program});

@@ -3,8 +3,9 @@
 // The translations of a string in the catalogs that a running Linux application uses: GNU
 // gettext catalogs (".mo") of its own text domains and of its toolkit, and Qt's compiled
 // translations (".qm"). Each family of catalogs (one gettext domain in every language, or one Qt
-// catalog in every language) is read once into a TranslationMapping and kept with the bundle
-// mappings, under a key of its own ("gettext:gtk30", "qt:/usr/share/qt6/translations/qtbase").
+// catalog in every language) is read once into a TranslationMapping and kept, as the bundle
+// mappings are, until the process ends, under a name of its own ("gettext:gtk30",
+// "qt:/usr/share/qt6/translations/qtbase").
 //
 // In such a mapping the file level is the family's name and the key is the message's context
 // and source text (and the plural form's number). Every language found is a locale, and the

@@ -105,11 +105,24 @@ QString TranslationMapping::normalizeString(const QString& string) {
     return normalized.trimmed();
 }
 
+QHash<QString, QString>& TranslationMapping::tableOf(const QString& locale, const QString& bundle,
+                                                     const QString& file) {
+    return ensureObjectForKey(ensureObjectForKey(ensureObjectForKey(strings, locale), bundle), file);
+}
+
 void TranslationMapping::insert(const QString& locale, const QString& bundle, const QString& file,
                                 const QString& key, const QString& value) {
     const auto pooled = [this](const QString& text) { return *pool.insert(normalizeString(text)); };
-    auto& table = ensureObjectForKey(ensureObjectForKey(ensureObjectForKey(strings, locale), bundle), file);
-    table.insert(pooled(key), pooled(value));
+    tableOf(locale, bundle, file).insert(pooled(key), pooled(value));
+}
+
+void TranslationMapping::insertStrings(const QString& locale, const QString& bundle, const QString& file,
+                                       const QVariantMap& table) {
+    tableOf(locale, bundle, file);
+    for (auto entry = table.cbegin(); entry != table.cend(); ++entry) {
+        if (entry.value().typeId() == QMetaType::QString)
+            insert(locale, bundle, file, entry.key(), entry.value().toString());
+    }
 }
 
 void TranslationMapping::processLoctable(const QString& file, const QString& dir, const QString& bundle) {
@@ -118,12 +131,7 @@ void TranslationMapping::processLoctable(const QString& file, const QString& dir
         if (locale.key() == QLatin1String("LocProvenance") ||
             locale.value().typeId() != QMetaType::QVariantMap)
             continue;
-        ensureObjectForKey(ensureObjectForKey(ensureObjectForKey(strings, locale.key()), bundle), file);
-        const QVariantMap table = locale.value().toMap();
-        for (auto entry = table.cbegin(); entry != table.cend(); ++entry) {
-            if (entry.value().typeId() == QMetaType::QString)
-                insert(locale.key(), bundle, file, entry.key(), entry.value().toString());
-        }
+        insertStrings(locale.key(), bundle, file, locale.value().toMap());
     }
 }
 
@@ -140,15 +148,9 @@ void TranslationMapping::findAndInsertTranslationsForBundleAtPath(const QString&
     for (const QString& locale : opened->localizations()) {
         ensureObjectForKey(ensureObjectForKey(strings, locale), bundle);
         const QString folder = QDir(resources).filePath(QStringLiteral("%1.lproj").arg(locale));
-        for (const QString& file : filesWithExtension(folder, QStringLiteral("strings"))) {
-            ensureObjectForKey(ensureObjectForKey(ensureObjectForKey(strings, locale), bundle), file);
-            const QVariantMap table =
-                dictionaryWithContentsOfFile(QDir(folder).filePath(file)).value_or(QVariantMap());
-            for (auto entry = table.cbegin(); entry != table.cend(); ++entry) {
-                if (entry.value().typeId() == QMetaType::QString)
-                    insert(locale, bundle, file, entry.key(), entry.value().toString());
-            }
-        }
+        for (const QString& file : filesWithExtension(folder, QStringLiteral("strings")))
+            insertStrings(locale, bundle, file,
+                          dictionaryWithContentsOfFile(QDir(folder).filePath(file)).value_or(QVariantMap()));
     }
     const QStringList frameworks{QStringLiteral("framework"), QStringLiteral("bundle")};
     findAndInsertTranslationsForBundlesInDirectory(opened->privateFrameworksURL().toLocalFile(), frameworks);

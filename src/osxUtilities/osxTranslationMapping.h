@@ -17,6 +17,7 @@
 #include <QSet>
 #include <QString>
 #include <QStringList>
+#include <QVariantMap>
 
 #include <functional>
 #include <optional>
@@ -78,6 +79,11 @@ public:
 
 private:
     explicit TranslationMapping(const QString& path);
+    // The table of one file, made empty when there is none yet.
+    QHash<QString, QString>& tableOf(const QString& locale, const QString& bundle, const QString& file);
+    // The string values of a table read from a file; values of other types are passed over.
+    void insertStrings(const QString& locale, const QString& bundle, const QString& file,
+                       const QVariantMap& table);
 
     Index strings;
     QHash<QString, QStringList> translationCache;

@@ -10,8 +10,9 @@
 
 #include "PropertyList.h"
 
+#include "NSFileManager.h"
+
 #include <QDateTime>
-#include <QFile>
 #include <QVariantList>
 
 #include <plist/plist.h>
@@ -436,22 +437,11 @@ std::optional<QVariant> propertyListFromData(const QByteArray& data) {
 }
 
 std::optional<QVariantMap> dictionaryWithContentsOfFile(const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly) || file.size() > kLargestPropertyListFile)
+    const std::optional<QByteArray> data =
+        NSFileManager::defaultManager()->contentsAtPath(path, kLargestPropertyListFile);
+    if (!data)
         return std::nullopt;
-    // The size can change, or be unknown (as for special files), between the check and the read;
-    // reading in steps also keeps QIODevice::read from allocating the whole limit each time.
-    QByteArray data;
-    while (data.size() <= kLargestPropertyListFile) {
-        const QByteArray part = file.read(std::min(kLargestPropertyListFile + 1 - data.size(),
-                                                   std::max(file.bytesAvailable(), qint64(64 * 1024))));
-        if (part.isEmpty())
-            break;
-        data += part;
-    }
-    if (data.size() > kLargestPropertyListFile || file.error() != QFileDevice::NoError)
-        return std::nullopt;
-    std::optional<QVariant> root = propertyListFromData(data);
+    std::optional<QVariant> root = propertyListFromData(*data);
     if (!root || root->typeId() != QMetaType::QVariantMap)
         return std::nullopt;
     return root->toMap();
