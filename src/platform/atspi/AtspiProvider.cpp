@@ -825,8 +825,9 @@ CGError AtspiProvider::windowList(QList<WindowInfo>* windows) {
 
 QList<ApplicationInfo> AtspiProvider::applications() {
     QMutexLocker locker(&mutex);
-    const bool managed = x11 && x11->hasWindowManager();
-    const pid_t front = managed ? x11->activeWindowOwner() : 0;
+    // Without a window manager the toolkits' own "active" state says who is in front.
+    const std::optional<pid_t> managedFront = x11 ? x11->activeWindowOwner() : std::nullopt;
+    const pid_t front = managedFront.value_or(0);
     QList<ApplicationInfo> result;
     QSet<pid_t> listed;
     QHash<QByteArray, ApplicationInfo> seen;
@@ -839,7 +840,7 @@ QList<ApplicationInfo> AtspiProvider::applications() {
         auto known = applicationsByBusName.constFind(busName);
         ApplicationInfo info =
             known != applicationsByBusName.constEnd() ? *known : describeLiveProcess(pid, reader.name());
-        info.active = managed ? pid == front : reader.activeWindow() != nullptr;
+        info.active = managedFront ? pid == front : reader.activeWindow() != nullptr;
         noteOutcome(reader);
         seen.insert(busName, info);
         listed.insert(pid);

@@ -299,13 +299,17 @@ bool X11Desktop::describe(XWindow window, WindowInfo* info) {
     info->frame = CGRectMake(x, y, attributes.width, attributes.height);
     info->onScreen = attributes.map_state == IsViewable && !isIconic(window);
     info->title = title(window);
+    info->owner = ownerOf(window);
+    return true;
+}
+
+pid_t X11Desktop::ownerOf(XWindow window) {
     Property pid;
     const unsigned long owner =
         readProperty(display, window, atoms->netWmPid, &pid) && pid.hasItems(XA_CARDINAL)
             ? static_cast<unsigned long>(pid.items()[0])
             : 0;
-    info->owner = owner <= INT_MAX ? pid_t(owner) : 0;
-    return true;
+    return owner <= INT_MAX ? pid_t(owner) : 0;
 }
 
 // _NET_WM_NAME is UTF-8 by definition; WM_NAME is Latin-1, UTF-8 or compound text.
@@ -455,16 +459,17 @@ bool X11Desktop::hasWindowManager() {
     return runs && !lost;
 }
 
-pid_t X11Desktop::activeWindowOwner() {
+std::optional<pid_t> X11Desktop::activeWindowOwner() {
     if (lost)
-        return 0;
+        return std::nullopt;
     ErrorTrap trap(display);
     if (managerCheckWindow() == None)
-        return 0;
+        return std::nullopt;
     const Window active = windowIn(display, DefaultRootWindow(display), atoms->netActiveWindow);
-    WindowInfo info;
-    const bool described = active != None && describe(active, &info) && trap.errors() == 0;
-    return described && !lost ? info.owner : 0;
+    const pid_t owner = active != None ? ownerOf(active) : 0;
+    if (lost)
+        return std::nullopt;
+    return trap.errors() == 0 ? owner : 0;
 }
 
 namespace {

@@ -28,6 +28,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 struct _XDisplay;
 
@@ -54,8 +55,9 @@ public:
     // _NET_SUPPORTING_WM_CHECK names a live window that names itself.
     bool hasWindowManager();
     // The process of the window that a running manager names active (_NET_ACTIVE_WINDOW); 0 when
-    // it names none, its window tells no process (_NET_WM_PID), or no manager runs.
-    pid_t activeWindowOwner();
+    // it names none or its window tells no process (_NET_WM_PID). Nullopt when no manager runs:
+    // then nobody says which window is active.
+    std::optional<pid_t> activeWindowOwner();
 
     // Calls `changed`, from the calling thread's event loop, whenever one of these properties of
     // the root window changes, read over a connection of its own that lives as long as the
@@ -91,6 +93,8 @@ private:
     XWindow clientOf(XWindow topLevel);
     XWindow topLevelOf(XWindow window);
     bool describe(XWindow window, WindowInfo* info);
+    // _NET_WM_PID; 0 when the window tells none.
+    pid_t ownerOf(XWindow window);
     QString title(XWindow window);
     bool isIconic(XWindow window);
     QList<unsigned long> atomList(XWindow window, unsigned long name);
