@@ -5,21 +5,12 @@
 
 #include <QCoreApplication>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QTimer>
 
 namespace {
 
 // Long enough for any demonstration, short enough that a mistyped number ends.
 constexpr int maximumEventSeconds = 24 * 60 * 60;
-
-void print(const InspectorOptions& options, const QString& line, const QJsonObject& object) {
-    if (options.json)
-        ctlOut() << QJsonDocument(object).toJson(QJsonDocument::Compact) << '\n';
-    else
-        ctlOut() << line << '\n';
-    ctlOut().flush();
-}
 
 } // namespace
 
@@ -47,7 +38,7 @@ int runApps(const InspectorOptions& options) {
     }
     if (list.isEmpty())
         return ctlFail(ctlExitFailure, QStringLiteral("no running application"));
-    print(options, lines.join(QLatin1Char('\n')), QJsonObject{{"applications", list}});
+    ctlPrintAnswer(options.json, lines, QJsonObject{{"applications", list}});
     return ctlExitSuccess;
 }
 
@@ -62,8 +53,8 @@ int runAppEvents(const InspectorOptions& options, const QString& secondsText) {
     if (!useDesktopFile(options.desktopFile))
         return ctlExitUsage;
     const auto tell = [&options](const char* event, const QString& id) {
-        print(options, QStringLiteral("%1 %2").arg(QLatin1String(event), id),
-              QJsonObject{{"event", QLatin1String(event)}, {"bundleId", id}});
+        ctlPrintAnswer(options.json, {QStringLiteral("%1 %2").arg(QLatin1String(event), id)},
+                       QJsonObject{{"event", QLatin1String(event)}, {"bundleId", id}});
     };
     auto front = registerForFrontAppChangedNotifications(
         [&](const QString& id, bool state) { tell(state ? "front" : "not front", id); });

@@ -1,6 +1,7 @@
 #include "ctlSupport.h"
 
 #include <QFile>
+#include <QJsonDocument>
 #include <QRegularExpression>
 
 #include <cstdio>
@@ -13,6 +14,15 @@ QTextStream& ctlOut() {
 QTextStream& ctlErr() {
     static QTextStream stream(stderr);
     return stream;
+}
+
+void ctlPrintAnswer(bool json, const QStringList& lines, const QJsonObject& object) {
+    if (json)
+        ctlOut() << QJsonDocument(object).toJson(QJsonDocument::Compact) << '\n';
+    else
+        for (const QString& line : lines)
+            ctlOut() << line << '\n';
+    ctlOut().flush();
 }
 
 int ctlFail(int status, const QString& text) {

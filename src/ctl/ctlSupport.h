@@ -3,8 +3,10 @@
 // What the verbs of ui-element-ctl share: its two output streams, the choice of desktop, and the
 // reading of screen points.
 
+#include <QJsonObject>
 #include <QPointF>
 #include <QString>
+#include <QStringList>
 #include <QTextStream>
 
 inline constexpr int ctlExitSuccess = 0;
@@ -13,6 +15,9 @@ inline constexpr int ctlExitUsage = 2;   // bad arguments or unreadable input
 
 QTextStream& ctlOut();
 QTextStream& ctlErr();
+
+// Prints one answer: the JSON object on one line with --json, else the text lines.
+void ctlPrintAnswer(bool json, const QStringList& lines, const QJsonObject& object);
 
 // Prints "ui-element-ctl: <text>" to the error stream and returns status.
 int ctlFail(int status, const QString& text);

@@ -12,7 +12,6 @@
 
 #include <QElapsedTimer>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QThread>
 
@@ -70,12 +69,7 @@ public:
             application);
     }
     int print(int status) {
-        if (json)
-            ctlOut() << QJsonDocument(object).toJson(QJsonDocument::Compact) << '\n';
-        else
-            for (const QString& line : lines)
-                ctlOut() << line << '\n';
-        ctlOut().flush();
+        ctlPrintAnswer(json, lines, object);
         return status;
     }
 
@@ -375,17 +369,10 @@ int runScreens(const InspectorOptions& options) {
     const int menuBar = systemMenuBarHeight();
     lines << QStringLiteral("menu bar %1").arg(menuBar)
           << QStringLiteral("zoom %1 at %2,%3").arg(factor).arg(origin.x).arg(origin.y);
-    if (options.json) {
-        const QJsonObject answer{
-            {"screens", list},
-            {"menuBarHeight", menuBar},
-            {"zoom",
-             QJsonObject{{"factor", factor}, {"origin", QJsonObject{{"x", origin.x}, {"y", origin.y}}}}}};
-        ctlOut() << QJsonDocument(answer).toJson(QJsonDocument::Compact) << '\n';
-    } else {
-        for (const QString& line : lines)
-            ctlOut() << line << '\n';
-    }
-    ctlOut().flush();
+    const QJsonObject answer{
+        {"screens", list},
+        {"menuBarHeight", menuBar},
+        {"zoom", QJsonObject{{"factor", factor}, {"origin", QJsonObject{{"x", origin.x}, {"y", origin.y}}}}}};
+    ctlPrintAnswer(options.json, lines, answer);
     return ctlExitSuccess;
 }
