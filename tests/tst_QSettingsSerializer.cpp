@@ -261,6 +261,10 @@ private Q_SLOTS:
                 << typed << "odd" << variantType << QVariant("text")
                 << "Error: unknown or invalid saved type: \"NoSuchType\"  ...for setting at path: \"m/odd\"";
             row("missing") << typed << "none" << variantType << QVariant() << "";
+            // An empty list and an invalid value are both written @Invalid(); the type key parts them.
+            row("empty string list") << typed << "noNames" << variantType << QVariant(QStringList()) << "";
+            row("empty list") << typed << "noItems" << variantType << QVariant(QVariantList()) << "";
+            row("invalid value") << typed << "nothing" << variantType << QVariant() << "";
             row("complex declared type")
                 << typed << "flag" << qMetaTypeId<ZRSerializableStringMap>() << QVariant()
                 << "QSettingsSerializer error: cannot read in complex data format for path: QList(\"m\", "
@@ -274,13 +278,15 @@ private Q_SLOTS:
         QFETCH(int, declaredType);
         QFETCH(QVariant, expected);
         QFETCH(QString, message);
-        QSettingsSerializer serializer =
-            loading("[m]\nflag=true\nflag__type=bool\none=1\nn=5\nn__type=int\npad=@@Margins(1 2 3 "
-                    "4)\npad__type=QMargins\n"
-                    "plain=@@Margins(1 2 3 4)\nneg=@@Margins(-1 2 3 "
-                    "4)\nneg__type=QMargins\nbig=@@Margins(99999999999 2 3 4)\n"
-                    "rect=@Rect(1 2 3 4)\nrect__type=QRect\nuntyped=text\nodd=text\nodd__type=NoSuchType\n",
-                    source | options);
+        QSettingsSerializer serializer = loading(
+            "[m]\nflag=true\nflag__type=bool\none=1\nn=5\nn__type=int\npad=@@Margins(1 2 3 "
+            "4)\npad__type=QMargins\n"
+            "plain=@@Margins(1 2 3 4)\nneg=@@Margins(-1 2 3 "
+            "4)\nneg__type=QMargins\nbig=@@Margins(99999999999 2 3 4)\n"
+            "rect=@Rect(1 2 3 4)\nrect__type=QRect\nuntyped=text\nodd=text\nodd__type=NoSuchType\n"
+            "noNames=@Invalid()\nnoNames__type=QStringList\nnoItems=@Invalid()\nnoItems__type=QVariantList\n"
+            "nothing=@Invalid()\nnothing__type=\n",
+            source | options);
         expectMessage(message);
         const QVariant value = serializer.readValue({"m", name}, declaredType);
         QCOMPARE(value.metaType(), expected.metaType());

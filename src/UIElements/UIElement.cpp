@@ -2,11 +2,45 @@
 
 #include "ZRMetaTypeRegistrar.h"
 
+#include <algorithm>
+
 template class ZRMetaTypeObjectRegistrar<UIElement>;
 template class ZRMetaTypeObjectRegistrar<UIElementCollection>;
 template class ZRMetaTypeRegistrar<UIElementList>;
 
-UIElement::UIElement(QObject* parent) : UIElementIdentifier(parent) {}
+UIElement::UIElement(QObject* parent) : UIElementIdentifier(parent), impl(new UIElement_p(this)) {}
+
+UIElement::UIElement(QPoint position, QObject* parent)
+    : UIElementIdentifier(parent), impl(new UIElement_p(position, this)) {}
+
+UIElement::UIElement(const NativeUIElement& element, QObject* parent)
+    : UIElementIdentifier(parent),
+      impl(element.isNull() ? new UIElement_p(this) : new UIElement_p(element, this)) {
+    if (element.isNull())
+        impl->setNull();
+}
+
+UIElement::UIElement(decltype(nullptr), QObject* parent)
+    : UIElementIdentifier(parent), impl(new UIElement_p(this)) {
+    impl->setNull();
+}
+
+void UIElement::setPlatformSpecificEntity(UIElement_p* newImpl) {
+    if (newImpl == impl)
+        return;
+    delete impl;
+    impl = newImpl;
+    if (impl)
+        impl->setParent(this);
+}
+
+void UIElement::setNull() {
+    impl->setNull();
+}
+
+bool UIElement::isNull() const {
+    return !impl || impl->isNull();
+}
 
 // An element without an implementation behind it cannot be verified.
 int UIElement::findUIElementAndCreateOSSpecificRepresentation(NativeUIElement&, QFlags<UIElementSearchOption>,
@@ -53,6 +87,11 @@ int UIElementCollection::findUIElementAndCreateOSSpecificRepresentation(NativeUI
             return code;
     }
     return UIElementNotFound;
+}
+
+bool UIElementCollection::isNull() const {
+    return std::all_of(elementList.cbegin(), elementList.cend(),
+                       [](const UIElement* element) { return !element || element->isNull(); });
 }
 
 const UIElementList& UIElementCollection::elements() const {

@@ -5,6 +5,8 @@
 // operations with the same return codes.
 
 #include "NativeUIElement.h"
+#include "UIElementSearch.h"
+#include "UIElement_p.h"
 #include "ZREntity.h"
 #include "ZRSerializableStructures.h"
 
@@ -12,21 +14,6 @@
 #include <QList>
 #include <QObject>
 #include <QVariant>
-
-enum UIElementSearchOption {
-    // Localized titles and attribute values also match through the application's translations.
-    UIElementSearchMatchTranslations = 1
-};
-Q_DECLARE_FLAGS(UIElementSearchOptions, UIElementSearchOption)
-Q_DECLARE_OPERATORS_FOR_FLAGS(UIElementSearchOptions)
-
-// Return codes of the find operations. Below UIElementNotVerified the question was answered;
-// only UIElementNotFound lets a collection try its next alternative.
-inline constexpr int UIElementFound = 0;
-inline constexpr int UIElementNotFound = 1;
-inline constexpr int UIElementNotReachable = 2;
-inline constexpr int UIElementNotVerified = 3;
-inline constexpr int UIElementSearchAborted = 5;
 
 class UIElementIdentifier : public ZREntity {
     Q_OBJECT
@@ -38,16 +25,35 @@ public:
     virtual int findUIElementAndCreateOSSpecificRepresentation(NativeUIElement& element,
                                                                QFlags<UIElementSearchOption> options,
                                                                QVariant alternative, bool* abort) const = 0;
+    virtual bool isNull() const = 0;
 };
 
 class UIElement : public UIElementIdentifier {
     Q_OBJECT
+    // The description itself. Its properties are saved at the element's own path.
+    Q_PROPERTY(UIElement_p* impl READ platformSpecificEntity WRITE setPlatformSpecificEntity USER true)
 public:
+    // With an empty description, for the loader to fill.
     Q_INVOKABLE explicit UIElement(QObject* parent = nullptr);
+    // Captures the element at a screen point.
+    Q_INVOKABLE explicit UIElement(QPoint position, QObject* parent = nullptr);
+    // Captures the element of the handle; a null handle gives a null description.
+    Q_INVOKABLE explicit UIElement(const NativeUIElement& element, QObject* parent = nullptr);
+    // A null description.
+    UIElement(decltype(nullptr), QObject* parent);
+
+    UIElement_p* platformSpecificEntity() const { return impl; }
+    // Deletes the old description and takes the new one as a child.
+    void setPlatformSpecificEntity(UIElement_p* newImpl);
+    void setNull();
+    bool isNull() const override;
 
     int findUIElementAndCreateOSSpecificRepresentation(NativeUIElement& element,
                                                        QFlags<UIElementSearchOption> options,
                                                        QVariant alternative, bool* abort) const override;
+
+private:
+    UIElement_p* impl = nullptr;
 };
 
 // The alternatives of a collection, in order of preference. It does not own the elements: they
@@ -83,6 +89,9 @@ public:
                                                        QVariant alternative, bool* abort) const override;
 
     virtual const UIElementList& elements() const;
+    // True when empty or when every element is null.
+    bool isNull() const override;
+
     // Takes the new elements as children. Elements that leave the list stay children, and only
     // elementsChanged() is emitted.
     virtual void setElements(const UIElementList& newElements);

@@ -256,10 +256,18 @@ QVariant QSettingsSerializer::readValue(const QList<QString>& path, int declared
         return QVariant::fromValue(parseMarginsString(raw.toString()));
     if (declaredType == QMetaType::QIcon)
         return QVariant::fromValue(entityVariantToIcon(QVariant(raw.toByteArray())));
-    if (!writeTypeInfo || !isUndeclaredType(declaredType) || !raw.isValid())
+    if (!writeTypeInfo || !isUndeclaredType(declaredType))
         return raw;
-
     const QString typeName = store.value(key + typeKeySuffix).toString();
+    if (!raw.isValid()) {
+        // An empty list is written @Invalid(), as an invalid value is; its saved type tells the
+        // two apart, so that it comes back as the empty list it was.
+        const int type = metaTypeIdFromName(typeName.toUtf8());
+        if (type == QMetaType::QStringList || type == QMetaType::QVariantList)
+            return QVariant(QMetaType(type));
+        return raw;
+    }
+
     if (typeName.isEmpty()) {
         setErrorOccurred();
         qDebug() << "Error: no saved type for setting at path:" << key;

@@ -21,13 +21,8 @@ AXUIElementRef elementAt(CFArrayRef array, CFIndex index) {
     return static_cast<AXUIElementRef>(CFArrayGetValueAtIndex(array, index));
 }
 
-// "AXChildren" as an array; null when it cannot be read. The strict walks stop on null.
 ArrayRef copyChildrenOrNull(AXUIElementRef element) {
-    CFTypeSmartRef<CFTypeRef> children;
-    if (AXUIElementCopyAttributeValue(element, CFSTR("AXChildren"), children.out()) != kAXErrorSuccess ||
-        !children || CFGetTypeID(children) != CFArrayGetTypeID())
-        return ArrayRef();
-    return ArrayRef(static_cast<CFArrayRef>(children.take()));
+    return ArrayRef(copyUIElementChildrenOrNull(element));
 }
 
 // The downward walk shared by the searches below a root: every child is offered to match before
@@ -104,6 +99,14 @@ ElementRef searchUpAndDown(AXUIElementRef element, UIElementSearchPredicate pred
 }
 
 } // namespace
+
+CFArrayRef copyUIElementChildrenOrNull(AXUIElementRef element) {
+    CFTypeSmartRef<CFTypeRef> children;
+    if (AXUIElementCopyAttributeValue(element, CFSTR("AXChildren"), children.out()) != kAXErrorSuccess ||
+        !children || CFGetTypeID(children) != CFArrayGetTypeID())
+        return nullptr;
+    return static_cast<CFArrayRef>(children.take());
+}
 
 CFArrayRef copyUIElementChildren(AXUIElementRef element) {
     if (ArrayRef children = copyChildrenOrNull(element))

@@ -111,6 +111,8 @@ bool bundleIdIsProTools(const QString& bundleId);
 // counts as empty; a parent read counts only when it succeeds with an object. No walk has a depth
 // limit: recursion goes as deep as the application's tree.
 
+// The "AXChildren" array; null when it cannot be read, which the strict walks stop on.
+CFArrayRef copyUIElementChildrenOrNull(AXUIElementRef element);
 // The "AXChildren" array; a new empty array when it cannot be read, never null.
 CFArrayRef copyUIElementChildren(AXUIElementRef element);
 // "AXParent"; null on an error.
