@@ -3,10 +3,11 @@
 # accessibility bus) where a real application runs, gtk3-widget-factory: starts ui-element-tool
 # and `ui-element-ctl reports`, sends commands with `ui-element-ctl send`, and shows the answers
 # and the tool's log; then reads the application through the accessibility layer with
-# `ui-element-ctl tree`, `at`, `window` and `focused`, presses a button of it, lists the running
-# applications and shows their changes as another application starts and quits (`apps`,
-# `app-events`), and acts on its window through the window manager (openbox) with `zoom` and
-# `close`.
+# `ui-element-ctl tree` and `at`, captures a button of it into a file with `capture` and has a
+# tool watch that file (`watch`, `stop`), looks at it with `window` and `focused`, presses the
+# button, lists the running applications and shows their changes as another application starts
+# and quits (`apps`, `app-events`), and acts on its window through the window manager (openbox)
+# with `zoom` and `close`.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -32,17 +33,28 @@ live_start gtk3-widget-factory
 live_wait_for_tree "$ctl" gtk3-widget-factory 'AXRadioButton "Page 2"'
 live_start_window_manager
 
+start_tool() { # LOG
+  build/src/tool/ui-element-tool >"$1" 2>&1 &
+  tool_pid=$!
+  for _ in $(seq 50); do grep -q "tool running" "$1" && break; sleep 0.1; done
+}
+stop_tool() { # LOG: ends the tool with SIGTERM and shows its log
+  echo "== stopping the tool with SIGTERM"
+  kill -TERM "$tool_pid"; wait "$tool_pid" && echo "   exit status $?"
+  tool_pid=""
+  echo "== the tool's log"
+  sed 's/^/   /' "$1"
+}
+
 echo "== starting ui-element-tool (log in $work/tool.log)"
-build/src/tool/ui-element-tool >"$work/tool.log" 2>&1 &
-tool_pid=$!
+start_tool "$work/tool.log"
 echo "== starting ui-element-ctl reports"
 "$ctl" reports >"$work/reports.log" 2>&1 &
 reports_pid=$!
-for _ in $(seq 50); do grep -q "tool running" "$work/tool.log" && break; sleep 0.1; done
 
 # A start command as the settings file lays it out: the collection under [elements], its list
-# of elements below it. Elements carry no stored description yet, so the tool can only answer
-# "not verified" (code 3) on each visit and sends no report.
+# of elements below it. The tool cannot find elements yet, so it answers "not verified" (code 3)
+# on each visit and sends no report.
 printf '[General]\ncommand=1\nid=9\n\n[elements]\nelements\\0\\childIndex=3\n' >"$work/start.ini"
 echo "== ui-element-ctl send start.ini  (start watching id 9: a collection of one element)"
 "$ctl" send "$work/start.ini"
@@ -59,11 +71,7 @@ echo "== ui-element-ctl send bad.ini    (an unknown command)"
 "$ctl" send "$work/bad.ini"
 
 sleep 0.5
-echo "== stopping the tool with SIGTERM"
-kill -TERM "$tool_pid"; wait "$tool_pid" && echo "   exit status $?"
-tool_pid=""
-echo "== the tool's log"
-sed 's/^/   /' "$work/tool.log"
+stop_tool "$work/tool.log"
 echo "== what ui-element-ctl reports saw"
 sed 's/^/   /' "$work/reports.log"
 
@@ -78,6 +86,19 @@ read -r x y w h < <(grep -m 1 'AXRadioButton "Page 2"' "$work/tree.txt" \
 point="$(( x + w / 2 )),$(( y + h / 2 ))"
 echo "== ui-element-ctl at $point   (the element there and its ancestors)"
 "$ctl" at "$point" | sed 's/^/   /'
+echo "== ui-element-ctl capture $point page2.ini   (the button's description, the application first)"
+"$ctl" capture "$point" "$work/page2.ini" | sed 's/^/   /'
+echo "== starting ui-element-tool again (log in $work/tool-capture.log)"
+start_tool "$work/tool-capture.log"
+echo "== ui-element-ctl watch 10 page2.ini   (the tool watches the captured description)"
+"$ctl" watch 10 "$work/page2.ini"
+echo "   The tool cannot find elements yet: it answers \"not verified\" for this description as for"
+echo "   every other, so it sends no report."
+sleep 2.2
+echo "== ui-element-ctl stop 10"
+"$ctl" stop 10
+sleep 0.5
+stop_tool "$work/tool-capture.log"
 echo "== ui-element-ctl window $point   (the window there, with its application)"
 "$ctl" window "$point" | sed 's/^/   /'
 echo "== ui-element-ctl press $point   (the stack switches to Page 2)"

@@ -208,6 +208,9 @@ private Q_SLOTS:
             << QByteArray("[m]\noff=0\non=1\n");
         QTest::newRow("declared bool without type info")
             << 0 << QList<Write>{{{"m", "on"}, true, QMetaType::Bool}} << "" << QByteArray("[m]\non=true\n");
+        QTest::newRow("a value without a stream form")
+            << typed << QList<Write>{{{"m", "p"}, QVariant::fromValue<void*>(nullptr), variantType}} << ""
+            << QByteArray("[m]\np=@Invalid()\np__type=void*\n");
         QTest::newRow("negative margins")
             << typed << QList<Write>{{{"pad"}, QVariant::fromValue(QMargins(-1, 2, 3, 4)), 0}} << ""
             << QByteArray("[General]\npad=@@Margins(-1 2 3 4)\npad__type=QMargins\n");
@@ -265,6 +268,8 @@ private Q_SLOTS:
             row("empty string list") << typed << "noNames" << variantType << QVariant(QStringList()) << "";
             row("empty list") << typed << "noItems" << variantType << QVariant(QVariantList()) << "";
             row("invalid value") << typed << "nothing" << variantType << QVariant() << "";
+            row("null pointer") << typed << "nullPointer" << variantType
+                                << QVariant::fromValue<void*>(nullptr) << "";
             row("complex declared type")
                 << typed << "flag" << qMetaTypeId<ZRSerializableStringMap>() << QVariant()
                 << "QSettingsSerializer error: cannot read in complex data format for path: QList(\"m\", "
@@ -285,7 +290,7 @@ private Q_SLOTS:
             "4)\nneg__type=QMargins\nbig=@@Margins(99999999999 2 3 4)\n"
             "rect=@Rect(1 2 3 4)\nrect__type=QRect\nuntyped=text\nodd=text\nodd__type=NoSuchType\n"
             "noNames=@Invalid()\nnoNames__type=QStringList\nnoItems=@Invalid()\nnoItems__type=QVariantList\n"
-            "nothing=@Invalid()\nnothing__type=\n",
+            "nothing=@Invalid()\nnothing__type=\nnullPointer=@Invalid()\nnullPointer__type=void*\n",
             source | options);
         expectMessage(message);
         const QVariant value = serializer.readValue({"m", name}, declaredType);

@@ -113,11 +113,17 @@ private Q_SLOTS:
         QVERIFY(!tool.output().contains("without a UI element collection"));
     }
 
+    // Two alternatives captured on the example desktop, the Save button and the Apply button, as
+    // Ostrik Conductor saves them. watch sends a collection only when it loads back whole.
     void watchSendsTheSavedCollection() {
-        if (UIElement::staticMetaObject.propertyOffset() == UIElement::staticMetaObject.propertyCount())
-            QSKIP("a UIElement stores nothing yet, so no command can carry a collection of them");
+        // Chosen at this process's first accessibility call, and kept from the processes it starts.
+        qputenv("UIET_ACCESSIBILITY", "virtual:" UIET_FIXTURES_DIR "/desktop-basic.json");
         UIElementCollection collection;
-        collection.setElements({new UIElement, new UIElement});
+        collection.setElements(
+            {new UIElement(QPoint(140, 148), &collection), new UIElement(QPoint(750, 510), &collection)});
+        qunsetenv("UIET_ACCESSIBILITY");
+        QCOMPARE(collection.elements().at(0)->platformSpecificEntity()->hierarchySize(), 4);
+        QCOMPARE(collection.elements().at(1)->platformSpecificEntity()->hierarchySize(), 3);
         const QString saved = writeFile("collection.ini", serializeObjectToByteArray(&collection));
         Binary tool(UIET_TOOL_PATH, {});
         QVERIFY(tool.waitForOutput("Ostrik Conductor UI element tool running"));

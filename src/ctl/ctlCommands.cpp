@@ -7,6 +7,7 @@
 #include "ZRUIElementToolData.h"
 #include "appkit/NSWorkspace.h"
 #include "applicationCommands.h"
+#include "captureCommands.h"
 #include "dataObjectSerialization.h"
 #include "elementTree.h"
 #include "inspectorCommands.h"
@@ -37,6 +38,7 @@ int usage() {
                 "       ui-element-ctl raise|minimize|zoom|close [--desktop FILE] [--json] X,Y\n"
                 "       ui-element-ctl focused|screens|apps [--desktop FILE] [--json]\n"
                 "       ui-element-ctl app-events [--desktop FILE] [--json] SECONDS\n"
+                "       ui-element-ctl capture [--desktop FILE] [--json] X,Y FILE\n"
                 "\n"
                 "  reports   listen for the tool's state reports and print each as '<id> found' or\n"
                 "            '<id> not found', one per line\n"
@@ -58,6 +60,9 @@ int usage() {
                 "  press     press the element at a screen point and print the AXError\n"
                 "  raise, minimize, zoom, close\n"
                 "            act on the window at a screen point as its title bar would\n"
+                "  capture   describe the element at a screen point as a UI element collection of one\n"
+                "            element saved to FILE, ready for watch, and print its levels, the\n"
+                "            application first\n"
                 "--desktop reads a virtual desktop file instead of the live desktop; --json prints one JSON\n"
                 "object per answer\n"
                 "\n"
@@ -243,9 +248,9 @@ int runCtl(const QStringList& arguments) {
     InspectorOptions options;
     const bool optionsComplete = takeInspectorOptions(inspectorOperands, options);
     const QString inspectorVerb = inspectorOperands.isEmpty() ? QString() : inspectorOperands.takeFirst();
-    const QStringList inspectorVerbs{QStringLiteral("tree"), QStringLiteral("focused"),
-                                     QStringLiteral("screens"), QStringLiteral("apps"),
-                                     QStringLiteral("app-events")};
+    const QStringList inspectorVerbs{QStringLiteral("tree"),       QStringLiteral("focused"),
+                                     QStringLiteral("screens"),    QStringLiteral("apps"),
+                                     QStringLiteral("app-events"), QStringLiteral("capture")};
     if (inspectorVerbs.contains(inspectorVerb) || isPointVerb(inspectorVerb)) {
         if (!optionsComplete) {
             ctlFail(ctlExitUsage, QStringLiteral("--desktop needs a desktop file"));
@@ -266,6 +271,9 @@ int runCtl(const QStringList& arguments) {
             return runApps(options);
         if (inspectorVerb == QLatin1String("app-events") && inspectorOperands.size() == 1 && !flagLeft)
             return runAppEvents(options, inspectorOperands.at(0));
+        if (inspectorVerb == QLatin1String("capture") && inspectorOperands.size() == 2 && !flagLeft &&
+            !inspectorOperands.at(1).startsWith(QLatin1String("--")))
+            return runCapture(options, inspectorOperands.at(0), inspectorOperands.at(1));
         if (isPointVerb(inspectorVerb) && inspectorOperands.size() == 1 && !flagLeft) {
             if (inspectorVerb == QLatin1String("at"))
                 return runAt(options, inspectorOperands.at(0));

@@ -51,3 +51,16 @@ bool parseScreenPoint(const QString& text, QPointF& point) {
     point = QPointF(match.captured(1).toDouble(), match.captured(2).toDouble());
     return qAbs(point.x()) <= maximumScreenCoordinate && qAbs(point.y()) <= maximumScreenCoordinate;
 }
+
+bool readScreenPoint(const QString& text, QPoint& point) {
+    QPointF exact;
+    if (!parseScreenPoint(text, exact)) {
+        ctlFail(ctlExitUsage,
+                QStringLiteral("the point must be X,Y in screen coordinates, not '%1' (each from -%2 to %2)")
+                    .arg(text)
+                    .arg(maximumScreenCoordinate, 0, 'f', 0));
+        return false;
+    }
+    point = QPoint(int(exact.x()), int(exact.y()));
+    return true;
+}

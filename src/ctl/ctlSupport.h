@@ -4,6 +4,7 @@
 // reading of screen points.
 
 #include <QJsonObject>
+#include <QPoint>
 #include <QPointF>
 #include <QString>
 #include <QStringList>
@@ -31,3 +32,6 @@ inline constexpr double maximumScreenCoordinate = 1000000;
 
 // "X,Y" in screen coordinates, each a decimal number no farther from 0 than the maximum.
 bool parseScreenPoint(const QString& text, QPointF& point);
+// parseScreenPoint, truncated to whole coordinates; on bad text prints the message of every verb
+// that takes a point (status ctlExitUsage is the caller's to return).
+bool readScreenPoint(const QString& text, QPoint& point);

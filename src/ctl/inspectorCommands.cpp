@@ -79,19 +79,6 @@ private:
     QJsonObject object;
 };
 
-bool readPoint(const QString& text, QPoint& point) {
-    QPointF exact;
-    if (!parseScreenPoint(text, exact)) {
-        ctlFail(ctlExitUsage,
-                QStringLiteral("the point must be X,Y in screen coordinates, not '%1' (each from -%2 to %2)")
-                    .arg(text)
-                    .arg(maximumScreenCoordinate, 0, 'f', 0));
-        return false;
-    }
-    point = QPoint(int(exact.x()), int(exact.y()));
-    return true;
-}
-
 QString wayText(UIElementHitTestWay way, bool json) {
     switch (way) {
     case UIElementHitTestWay::PlatformAnswer:
@@ -143,7 +130,7 @@ enum class Target { Element, Window };
 CFTypeSmartRef<AXUIElementRef> lookUpAt(const InspectorOptions& options, const QString& pointText,
                                         Target target, int& status, UIElementHitTestWay* way = nullptr) {
     QPoint point;
-    if (!readPoint(pointText, point) || !useDesktopFile(options.desktopFile)) {
+    if (!readScreenPoint(pointText, point) || !useDesktopFile(options.desktopFile)) {
         status = ctlExitUsage;
         return CFTypeSmartRef<AXUIElementRef>();
     }

@@ -233,6 +233,11 @@ QVariant QSettingsSerializer::storableValue(const QVariant& value, int declaredT
     }
     if (value.typeId() == QMetaType::QIcon)
         return iconToSerializableData(value.value<QIcon>());
+    // QSettings would write such a value as a stream it cannot make (the platform's null, a
+    // void*, among them) and warn; it is written as an invalid value, and its type key brings
+    // back its empty value.
+    if (value.isValid() && !value.metaType().hasRegisteredDataStreamOperators())
+        return QVariant();
     // Without a type key, "true" would read back from a variant container as a string; a number
     // converts to bool in any consumer.
     if (declaredType == QMetaType::QVariant && !writeTypeInfo && value.typeId() == QMetaType::Bool)
@@ -260,12 +265,14 @@ QVariant QSettingsSerializer::readValue(const QList<QString>& path, int declared
         return raw;
     const QString typeName = store.value(key + typeKeySuffix).toString();
     if (!raw.isValid()) {
-        // An empty list is written @Invalid(), as an invalid value is; its saved type tells the
-        // two apart, so that it comes back as the empty list it was.
-        const int type = metaTypeIdFromName(typeName.toUtf8());
-        if (type == QMetaType::QStringList || type == QMetaType::QVariantList)
-            return QVariant(QMetaType(type));
-        return raw;
+        // An empty list, and a value that has no stream form, are written @Invalid() as an
+        // invalid value is; the saved type tells them apart, so that they come back as the empty
+        // value they were.
+        const int type =
+            typeName.isEmpty() ? int(QMetaType::UnknownType) : metaTypeIdFromName(typeName.toUtf8());
+        if (type == QMetaType::UnknownType || typeNeedsGuiApplication(type))
+            return raw;
+        return QVariant(QMetaType(type));
     }
 
     if (typeName.isEmpty()) {
