@@ -55,19 +55,6 @@ NSRunningApplication* runningApplicationFor(quint64 providerSerial, const Applic
     return RunningApplicationRegistry::instance().objectFor(providerSerial, info);
 }
 
-namespace {
-
-std::optional<ApplicationInfo> applicationWithPid(AccessibilityProvider& provider, pid_t pid) {
-    for (const ApplicationInfo& info : provider.applications()) {
-        if (info.pid == pid) {
-            return info;
-        }
-    }
-    return std::nullopt;
-}
-
-} // namespace
-
 NSRunningApplication::NSRunningApplication(pid_t pid, const QString& bundleId, const QString& name,
                                            const QUrl& executable, const QUrl& bundle,
                                            NSApplicationActivationPolicy policy)
@@ -83,7 +70,7 @@ NSRunningApplication* NSRunningApplication::currentApplication() {
 
 NSRunningApplication* NSRunningApplication::runningApplicationWithProcessIdentifier(pid_t pid) {
     const auto provider = activeAccessibilityProvider();
-    const auto info = applicationWithPid(*provider, pid);
+    const auto info = provider->application(pid);
     return info ? runningApplicationFor(provider->serial(), *info) : nullptr;
 }
 
@@ -127,7 +114,7 @@ NSRunningApplication* NSWorkspace::menuBarOwningApplication() const {
 }
 
 bool NSRunningApplication::isActive() const {
-    const auto info = applicationWithPid(*activeAccessibilityProvider(), pid);
+    const auto info = activeAccessibilityProvider()->application(pid);
     return info && info->active;
 }
 
@@ -135,7 +122,7 @@ bool NSRunningApplication::isActive() const {
 // nor asks other applications to give way: every activation makes the application frontmost.
 bool NSRunningApplication::activateWithOptions(NSApplicationActivationOptions) {
     const auto provider = activeAccessibilityProvider();
-    if (!applicationWithPid(*provider, pid)) {
+    if (!provider->application(pid)) {
         return false;
     }
     return provider->setAttributeValue(provider->applicationElement(pid), QStringLiteral("AXFrontmost"),

@@ -592,6 +592,24 @@ AXError AtspiProvider::perform(AtspiReader& reader, const QString& action) {
     return done ? kAXErrorSuccess : kAXErrorCannotComplete;
 }
 
+// The toolkit's child of a window at a point is the first of its children there, but a popover is
+// drawn over all of them. GTK 3 lists a popover among its window's children while it names the
+// widget it pops from as its parent: a shown child that holds the point and names another parent
+// is such an overlay, and the child there. The last one listed lies on top.
+AccessibleRef AtspiProvider::shownPopupAt(AtspiReader& window, CGPoint point) {
+    std::vector<AccessibleRef> children = window.shownChildren();
+    for (auto child = children.rbegin(); child != children.rend(); ++child) {
+        AtspiReader candidate(child->get(), &interfaceCache);
+        const std::optional<CGRect> frame = candidate.frame();
+        if (!frame || !frameContains(*frame, point))
+            continue;
+        const AccessibleRef parent = candidate.parent();
+        if (parent && AtspiReader(parent.get()).key() != window.key())
+            return std::move(*child);
+    }
+    return AccessibleRef();
+}
+
 AXError AtspiProvider::elementAtPosition(const Element& scope, CGPoint point, Element* hit) {
     QMutexLocker locker(&mutex);
     const pid_t onlyPid = scope.isSystemWide() ? 0 : scope.pid;
@@ -638,7 +656,9 @@ AXError AtspiProvider::elementAtPosition(const Element& scope, CGPoint point, El
     AccessibleRef current = std::move(best);
     for (int depth = 0; depth < 1000; ++depth) {
         AtspiReader reader(current.get(), &interfaceCache);
-        AccessibleRef child = reader.childAtPoint(point);
+        AccessibleRef child = depth == 0 ? shownPopupAt(reader, point) : AccessibleRef();
+        if (!child)
+            child = reader.childAtPoint(point);
         noteOutcome(reader);
         if (reader.error() != kAXErrorSuccess)
             return reader.error();
@@ -823,41 +843,74 @@ CGError AtspiProvider::windowList(QList<WindowInfo>* windows) {
     return kCGErrorSuccess;
 }
 
+namespace {
+
+// A process that has windows but is not on the accessibility bus.
+ApplicationInfo windowOwnerApplication(pid_t owner, std::optional<pid_t> managedFront) {
+    ApplicationInfo info = describeLiveProcess(owner, QString());
+    info.active = managedFront && owner == *managedFront;
+    return info;
+}
+
+} // namespace
+
+ApplicationInfo AtspiProvider::busApplication(AtspiAccessible* application, pid_t pid,
+                                              std::optional<pid_t> managedFront,
+                                              const QHash<QByteArray, ApplicationInfo>& described) {
+    AtspiReader reader(application);
+    const QByteArray busName = reader.busName();
+    auto known = described.constFind(busName);
+    ApplicationInfo info = known != described.constEnd() ? *known : describeLiveProcess(pid, reader.name());
+    info.active = managedFront ? pid == *managedFront : reader.activeWindow() != nullptr;
+    noteOutcome(reader);
+    applicationsByBusName.insert(busName, info);
+    return info;
+}
+
 QList<ApplicationInfo> AtspiProvider::applications() {
     QMutexLocker locker(&mutex);
     // Without a window manager the toolkits' own "active" state says who is in front.
     const std::optional<pid_t> managedFront = x11 ? x11->activeWindowOwner() : std::nullopt;
-    const pid_t front = managedFront.value_or(0);
     QList<ApplicationInfo> result;
     QSet<pid_t> listed;
-    QHash<QByteArray, ApplicationInfo> seen;
+    // Only the applications listed now keep their descriptions.
+    const QHash<QByteArray, ApplicationInfo> described = std::exchange(applicationsByBusName, {});
     for (const AccessibleRef& application : askableApplications()) {
         const pid_t pid = pidOf(application.get());
         if (pid <= 0 || listed.contains(pid))
             continue;
-        AtspiReader reader(application.get());
-        const QByteArray busName = reader.busName();
-        auto known = applicationsByBusName.constFind(busName);
-        ApplicationInfo info =
-            known != applicationsByBusName.constEnd() ? *known : describeLiveProcess(pid, reader.name());
-        info.active = managedFront ? pid == front : reader.activeWindow() != nullptr;
-        noteOutcome(reader);
-        seen.insert(busName, info);
         listed.insert(pid);
-        result.append(info);
+        result.append(busApplication(application.get(), pid, managedFront, described));
     }
-    applicationsByBusName = seen;
     if (x11) {
         for (const WindowInfo& window : x11->windows()) {
             if (window.owner <= 0 || listed.contains(window.owner))
                 continue;
-            ApplicationInfo info = describeLiveProcess(window.owner, QString());
-            info.active = window.owner == front;
             listed.insert(window.owner);
-            result.append(info);
+            result.append(windowOwnerApplication(window.owner, managedFront));
         }
     }
     return result;
+}
+
+// One process's application without listing the others: capture and resolution ask this for
+// every element they read.
+std::optional<ApplicationInfo> AtspiProvider::application(pid_t pid) {
+    QMutexLocker locker(&mutex);
+    if (pid <= 0)
+        return std::nullopt;
+    const std::optional<pid_t> managedFront = x11 ? x11->activeWindowOwner() : std::nullopt;
+    for (const AccessibleRef& application : askableApplications()) {
+        if (pidOf(application.get()) == pid)
+            return busApplication(application.get(), pid, managedFront, applicationsByBusName);
+    }
+    if (x11) {
+        for (const WindowInfo& window : x11->windows()) {
+            if (window.owner == pid)
+                return windowOwnerApplication(pid, managedFront);
+        }
+    }
+    return std::nullopt;
 }
 
 std::unique_ptr<QObject> AtspiProvider::watchApplications(std::function<void()> changed) {

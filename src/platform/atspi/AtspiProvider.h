@@ -54,6 +54,7 @@ public:
     // the active one is the owner of its active window (_NET_ACTIVE_WINDOW); without one, the one
     // whose window has the accessibility state "active".
     QList<ApplicationInfo> applications() override;
+    std::optional<ApplicationInfo> application(pid_t pid) override;
     // Changes of the root window's _NET_ACTIVE_WINDOW and _NET_CLIENT_LIST: the window manager's
     // word that another window came to the front or a window came or went.
     std::unique_ptr<QObject> watchApplications(std::function<void()> changed) override;
@@ -124,6 +125,11 @@ private:
     void noteOutcome(const AtspiReader& reader);
     // The running applications that may be asked now.
     std::vector<AccessibleRef> askableApplications();
+    AccessibleRef shownPopupAt(AtspiReader& window, CGPoint point);
+    // An application on the accessibility bus, described once per bus name; frontmost by the
+    // window manager's active window when one runs (managedFront), else by its own active state.
+    ApplicationInfo busApplication(AtspiAccessible* application, pid_t pid, std::optional<pid_t> managedFront,
+                                   const QHash<QByteArray, ApplicationInfo>& described);
 
     mutable QRecursiveMutex mutex;
     std::unique_ptr<X11Desktop> x11;

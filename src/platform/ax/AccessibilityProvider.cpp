@@ -29,6 +29,14 @@ AccessibilityProvider::AccessibilityProvider() : serialNumber(nextSerial()) {}
 
 AccessibilityProvider::~AccessibilityProvider() = default;
 
+std::optional<ApplicationInfo> AccessibilityProvider::application(pid_t pid) {
+    for (const ApplicationInfo& info : applications()) {
+        if (info.pid == pid)
+            return info;
+    }
+    return std::nullopt;
+}
+
 std::unique_ptr<QObject> AccessibilityProvider::watchApplications(std::function<void()>) {
     return nullptr;
 }

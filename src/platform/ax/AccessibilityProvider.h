@@ -22,6 +22,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 // A provider's own name for one element, opaque to everyone else. A provider must give one
 // element the same id for as long as it lives, and never give that id to another element, so
@@ -104,6 +105,9 @@ public:
 
     // The desktop around the elements, for the application, screen and mouse services.
     virtual QList<ApplicationInfo> applications() = 0;
+    // The running application of one process, as applications() lists it. The default looks
+    // through that list; a desktop where listing every application is dear answers for the one.
+    virtual std::optional<ApplicationInfo> application(pid_t pid);
     // An object that calls `changed`, from the calling thread's event loop, when the desktop
     // tells that its applications may have changed (one came to the front, started or quit);
     // its life is the watch's. Null when the desktop tells nothing: then only looking again
