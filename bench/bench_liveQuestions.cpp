@@ -8,6 +8,7 @@
 
 #include "CFTypeSmartRef.h"
 #include "liveBenchArguments.h"
+#include "liveBenchElements.h"
 #include "osxUIElementUtils.h"
 
 #include <QCoreApplication>
@@ -16,26 +17,15 @@
 #include <QTextStream>
 #include <QThread>
 
-#include <dlfcn.h>
-
 #include <cstdio>
 #include <functional>
 
 namespace {
 
-using Counter = unsigned long long (*)();
-
-void collect(AXUIElementRef element, UIElementAncestorList& elements, int depth = 0) {
-    elements.append(CFTypeSharedRef<AXUIElementRef>(element));
-    const CFTypeSmartRef<CFArrayRef> children(copyUIElementChildren(element));
-    for (CFIndex i = 0; depth < 64 && i < CFArrayGetCount(children); ++i)
-        collect(static_cast<AXUIElementRef>(CFArrayGetValueAtIndex(children, i)), elements, depth + 1);
-}
-
 // Asks the question of every element, repeats times. With pauseMs, each question comes that long
 // after the one before, as the tool's questions do, so that nothing read for one answers the next.
 void measure(const char* question, const UIElementAncestorList& elements, int repeats, int pauseMs,
-             Counter counter, const std::function<bool(AXUIElementRef)>& ask) {
+             DBusCallCounter counter, const std::function<bool(AXUIElementRef)>& ask) {
     const unsigned long long before = counter ? counter() : 0;
     qint64 answered = 0;
     qint64 elapsedNs = 0;
@@ -61,17 +51,10 @@ void measure(const char* question, const UIElementAncestorList& elements, int re
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
-    pid_t pid = 0;
-    int repeats = 0;
-    if (!readLiveBenchArguments(application.arguments(), 3, pid, repeats))
+    LiveBenchStart start;
+    if (!startLiveBench(application.arguments(), start))
         return 2;
-    // The window lookups log at debug level for elements without a window: not the benchmark's business.
-    QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false"));
-    const auto counter = reinterpret_cast<Counter>(dlsym(RTLD_DEFAULT, "dbusCallCount"));
-    const CFTypeSmartRef<AXUIElementRef> root(AXUIElementCreateApplication(pid));
-    UIElementAncestorList elements;
-    collect(root, elements);
-    QTextStream(stdout) << "elements " << elements.size() << '\n';
+    QTextStream(stdout) << "elements " << start.elements.size() << '\n';
     const auto ancestors = [](AXUIElementRef element) {
         UIElementAncestorList list;
         return searchBottomUpForElementAndBuildAncestorList(element, list, false);
@@ -82,8 +65,8 @@ int main(int argc, char** argv) {
     // Longer than anything the live desktop keeps of an element's answers.
     constexpr int pauseMs = 10;
     for (int pause : {0, pauseMs}) {
-        measure("ancestors", elements, repeats, pause, counter, ancestors);
-        measure("window", elements, repeats, pause, counter, window);
+        measure("ancestors", start.elements, start.repeats, pause, start.counter, ancestors);
+        measure("window", start.elements, start.repeats, pause, start.counter, window);
     }
     return 0;
 }
