@@ -4,10 +4,10 @@
 # and `ui-element-ctl reports`, sends commands with `ui-element-ctl send`, and shows the answers
 # and the tool's log; then reads the application through the accessibility layer with
 # `ui-element-ctl tree` and `at`, captures a button of it into a file with `capture` and has a
-# tool watch that file (`watch`, `stop`), looks at it with `window` and `focused`, presses the
-# button, lists the running applications and shows their changes as another application starts
-# and quits (`apps`, `app-events`), and acts on its window through the window manager (openbox)
-# with `zoom` and `close`.
+# tool watch that file (`watch`: the tool reports the button found), looks at it with `window`
+# and `focused`, presses the button, lists the running applications and shows their changes as
+# another application starts and quits (`apps`, `app-events`), and acts on its window through the
+# window manager (openbox) with `zoom` and `close`, after which the tool reports the button gone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -53,8 +53,8 @@ echo "== starting ui-element-ctl reports"
 reports_pid=$!
 
 # A start command as the settings file lays it out: the collection under [elements], its list
-# of elements below it. The tool cannot find elements yet, so it answers "not verified" (code 3)
-# on each visit and sends no report.
+# of elements below it. A description with nothing but a child index names no application: the
+# tool finds it nowhere and reports "not found" once.
 printf '[General]\ncommand=1\nid=9\n\n[elements]\nelements\\0\\childIndex=3\n' >"$work/start.ini"
 echo "== ui-element-ctl send start.ini  (start watching id 9: a collection of one element)"
 "$ctl" send "$work/start.ini"
@@ -92,13 +92,9 @@ echo "== starting ui-element-tool again (log in $work/tool-capture.log)"
 start_tool "$work/tool-capture.log"
 echo "== ui-element-ctl watch 10 page2.ini   (the tool watches the captured description)"
 "$ctl" watch 10 "$work/page2.ini"
-echo "   The tool cannot find elements yet: it answers \"not verified\" for this description as for"
-echo "   every other, so it sends no report."
-sleep 2.2
-echo "== ui-element-ctl stop 10"
-"$ctl" stop 10
-sleep 0.5
-stop_tool "$work/tool-capture.log"
+live_wait_for 10 grep -q '^10 ' "$work/reports.log" || true
+echo "== what ui-element-ctl reports saw: the tool found the button"
+grep '^10 ' "$work/reports.log" | sed 's/^/   /'
 echo "== ui-element-ctl window $point   (the window there, with its application)"
 "$ctl" window "$point" | sed 's/^/   /'
 echo "== ui-element-ctl press $point   (the stack switches to Page 2)"
@@ -131,3 +127,10 @@ echo "== ui-element-ctl zoom $point   (and back)"
 "$ctl" zoom "$point" 2>/dev/null | sed 's/^/   /'
 echo "== ui-element-ctl close $point   (the window closes, and gtk3-widget-factory with it)"
 "$ctl" close "$point" 2>/dev/null | sed 's/^/   /'
+live_wait_for 10 sh -c "[ \$(grep -c '^10 ' '$work/reports.log') -ge 2 ]" || true
+echo "== what ui-element-ctl reports saw: the button was found, and is gone with its window"
+grep '^10 ' "$work/reports.log" | sed 's/^/   /'
+echo "== ui-element-ctl stop 10"
+"$ctl" stop 10
+sleep 0.5
+stop_tool "$work/tool-capture.log"

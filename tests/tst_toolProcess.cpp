@@ -13,6 +13,8 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
+#include <QSaveFile>
+#include <QScopeGuard>
 #include <QThread>
 
 #include <functional>
@@ -134,6 +136,40 @@ private Q_SLOTS:
         QVERIFY(ctlAcknowledged({"stop", "18446744073709551615"}));
         QVERIFY(tool.waitForOutput("with invalid ID: 18446744073709551615\n"));
         QCOMPARE(tool.output().count("with invalid ID"), 1);
+    }
+
+    // What a user captured is resolved by the tool, and each flip is reported: found, gone when
+    // the element changes so that it no longer matches, and found again.
+    void toolReportsEachFlipOfACapturedElement() {
+        QFile fixture(UIET_FIXTURES_DIR "/capture-desktop.json");
+        QVERIFY(fixture.open(QIODevice::ReadOnly));
+        const QByteArray original = fixture.readAll();
+        QByteArray changed = original;
+        changed.replace("\"AXToggle\"", "\"AXSwitch\"");
+        const QString desktop = writeFile("desktop.json", original);
+        // Rewritten whole, as the desktop file wants it, so that the tool reloads it once.
+        const auto rewrite = [&](const QByteArray& content) {
+            QSaveFile file(desktop);
+            return file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.commit();
+        };
+        qputenv("UIET_ACCESSIBILITY", ("virtual:" + desktop).toUtf8());
+        const auto unset = qScopeGuard([] { qunsetenv("UIET_ACCESSIBILITY"); });
+
+        const QString saved = QDir::temp().filePath("mute.ini");
+        Binary capture(UIET_CTL_PATH, {"capture", "130,160", saved});
+        QVERIFY(capture.finish());
+        QCOMPARE(capture.process.exitCode(), 0);
+        Binary reports(UIET_CTL_PATH, {"reports"}, QProcess::SeparateChannels);
+        QVERIFY(reports.waitForErrorOutput("listening for reports"));
+        Binary tool(UIET_TOOL_PATH, {});
+        QVERIFY(tool.waitForOutput("Ostrik Conductor UI element tool running"));
+        QVERIFY(ctlAcknowledged({"watch", "5", saved}));
+        QVERIFY(reports.waitForOutput("5 found\n"));
+        QVERIFY(rewrite(changed));
+        QVERIFY(reports.waitForOutput("5 found\n5 not found\n"));
+        QVERIFY(rewrite(original));
+        QVERIFY(reports.waitForOutput("5 found\n5 not found\n5 found\n"));
+        QVERIFY(ctlAcknowledged({"stop", "5"}));
     }
 
     void ctlPrintsEachReport() {

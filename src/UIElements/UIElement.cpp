@@ -42,10 +42,13 @@ bool UIElement::isNull() const {
     return !impl || impl->isNull();
 }
 
-// An element without an implementation behind it cannot be verified.
-int UIElement::findUIElementAndCreateOSSpecificRepresentation(NativeUIElement&, QFlags<UIElementSearchOption>,
-                                                              QVariant, bool*) const {
-    return UIElementNotVerified;
+// An element without a description behind it cannot be verified.
+int UIElement::findUIElementAndCreateOSSpecificRepresentation(NativeUIElement& element,
+                                                              QFlags<UIElementSearchOption> options,
+                                                              QVariant alternative, bool* abort) const {
+    if (!impl)
+        return UIElementNotVerified;
+    return impl->findUIElementAndCreateOSSpecificRepresentation(element, alternative, options, abort);
 }
 
 UIElementList::UIElementList(const QList<UIElement*>& other) : QList<UIElement*>(other) {}

@@ -124,6 +124,92 @@ public:
     // chain above included.
     bool isEqualToElement(const UIElement_p* other) const;
 
+    // Resolution: the live element that the description stands for, found by walking down from
+    // the applications that the top of the chain names, level by level, with backtracking; at the
+    // top, a degenerate chain is searched from the element under the hint position
+    // (`alternative`, a QPoint; invalid for none). Owned results; nothing is kept between calls.
+    AXUIElementRef createOSSpecificUIElementRepresentation(QVariant alternative,
+                                                           QFlags<UIElementSearchOption> options,
+                                                           bool* abort) const;
+    AXUIElementRef createOSSpecificUIElementRepresentation(QFlags<UIElementSearchOption> options,
+                                                           bool* abort) const;
+    // The element of a level of the chain (0 the top); the target type plays no part.
+    AXUIElementRef createOSSpecificUIElementRepresentationAtHierarchyLevel(
+        int level, QVariant alternative, QFlags<UIElementSearchOption> options, bool* abort) const;
+    bool canCreateOSSpecificUIElementRepresentation(QFlags<UIElementSearchOption> options) const;
+    // Return codes as UIElementSearch.h names them.
+    int findUIElementAndGetInteractionPoint(QPoint& point, bool requireHit, QVariant alternative,
+                                            QFlags<UIElementSearchOption> options, bool* abort) const;
+    int findUIElementAndGetScreenRect(QRect& rect, QVariant alternative,
+                                      QFlags<UIElementSearchOption> options, bool* abort) const;
+    int findUIElementAtHierarchyLevelAndGetScreenRect(QRect& rect, int level, QVariant alternative,
+                                                      QFlags<UIElementSearchOption> options,
+                                                      bool* abort) const;
+    int findUIElementAndCreateOSSpecificRepresentation(NativeUIElement& element, QVariant alternative,
+                                                       QFlags<UIElementSearchOption> options,
+                                                       bool* abort) const;
+    // Below 2: raises the element's window, else (or when it has none) makes its application
+    // frontmost.
+    void raiseElement(int mode, QFlags<UIElementSearchOption> options) const;
+    bool resolvesToSameOSSpecificElement(const UIElement_p* other,
+                                         QFlags<UIElementSearchOption> options) const;
+    // A null description is valid; another is valid when it resolves now.
+    bool validate(QString& error, QFlags<UIElementSearchOption> options) const;
+    // The other way round: whether a live element is the one this level describes.
+    bool isElementMatching(AXUIElementRef element, QFlags<UIElementSearchOption> options) const;
+    bool doesElementMatchHierarchy(AXUIElementRef element, QFlags<UIElementSearchOption> options) const;
+    bool matchingElementUnderElement(NativeUIElement& result, int& levelsUp, const NativeUIElement& start,
+                                     QFlags<UIElementSearchOption> options) const;
+
+    // The steps of the walk. `list` is the part of the chain below the level the step runs on,
+    // top first; `level` is the depth, carried down for nobody in particular.
+    AXUIElementRef findOSXElementForThis(AXUIElementRef parent, const QList<const UIElement_p*>& list,
+                                         int level, QVariant alternative,
+                                         QFlags<UIElementSearchOption> options, bool* abort) const;
+    CFArrayRef createTopLevelApplicationOSXElementsForThis() const;
+    AXUIElementRef findOSXElementForThisUsingAltTopLevelElement(const QList<const UIElement_p*>& list,
+                                                                int level, QPoint position,
+                                                                QFlags<UIElementSearchOption> options,
+                                                                bool* abort) const;
+    AXUIElementRef findOSXElementForNextChild(AXUIElementRef parent, const QList<const UIElement_p*>& list,
+                                              int level, QFlags<UIElementSearchOption> options,
+                                              bool* abort) const;
+    AXUIElementRef findOSXElementForThisInParentsChildren(AXUIElementRef parent,
+                                                          const QList<const UIElement_p*>& list, int level,
+                                                          QFlags<UIElementSearchOption> options,
+                                                          bool* abort) const;
+    CFArrayRef extensivelyFindCandidateChildrenForParentElement(AXUIElementRef parent) const;
+    // The matching of this level: the application rules first, then the matching method.
+    // `descend` takes a borrowed child and answers an owned element when the rest of the chain
+    // resolves below it, else null.
+    AXUIElementRef selectMatches(const std::function<AXUIElementRef(AXUIElementRef)>& descend,
+                                 CFArrayRef children, AXUIElementRef parent,
+                                 QFlags<UIElementSearchOption> options, bool* abort) const;
+
+    // Built-in and strict matching: attributes select the candidates, then title, role index and
+    // child index order the tries; no stage rejects.
+    AXUIElementRef
+    selectMatchesUsingBuiltInMatching(const std::function<AXUIElementRef(AXUIElementRef)>& descend,
+                                      CFArrayRef children, QFlags<UIElementSearchOption> options,
+                                      bool* abort) const;
+    void findElementsWithMatchingRoleAndAttributes(QSet<AXUIElementRef>& matches, CFArrayRef children,
+                                                   bool useTranslations) const;
+    void findElementsWithStrictMatchingRoleAndAttributes(QSet<AXUIElementRef>& matches, CFArrayRef children,
+                                                         bool useTranslations) const;
+    bool osxElementIsMatchForThis(AXUIElementRef element) const;
+
+    // Custom matching: the defining attributes, then each defining private key as a hard filter.
+    AXUIElementRef
+    selectMatchesUsingCustomMatching(const std::function<AXUIElementRef(AXUIElementRef)>& descend,
+                                     CFArrayRef children, AXUIElementRef parent,
+                                     QFlags<UIElementSearchOption> options, bool* abort) const;
+    void findElementsWithCustomMatchingAttributes(QList<AXUIElementRef>& matches, CFArrayRef children,
+                                                  bool useTranslations) const;
+    // The values a private key accepts: a list in attributes, a single value there, or the property.
+    QSet<int> childIndexValues() const;
+    QSet<int> matchingRoleChildIndexValues() const;
+    QSet<QRect> localRectValues() const;
+
     // The application rules that a level's options turn on. Each returns what descend returned
     // for the child it chose, or null.
     AXUIElementRef
@@ -184,3 +270,19 @@ bool attributeMapsAreEquivalent(const QMap<QString, QVariant>& first, const QMap
                                 int pid, bool useTranslations);
 QMap<QString, QVariant> removeKeys(QMap<QString, QVariant> map, const QSet<QString>& keys);
 QMap<QString, QVariant> removeOtherKeys(QMap<QString, QVariant> map, const QSet<QString>& keys);
+
+// Borrowed from children: those at the indices, in the set's order; indices outside are skipped.
+QList<AXUIElementRef> getElementsWithIndices(CFArrayRef children, QSet<int> indices);
+// Borrowed from children: those whose place among the children of the role is in indices.
+QList<AXUIElementRef> getElementsWithMatchingRoleIndices(CFArrayRef children, const QString& role,
+                                                         QSet<int> indices);
+QList<AXUIElementRef> filterElements(const QList<AXUIElementRef>& elements,
+                                     const std::function<bool(AXUIElementRef)>& test);
+
+template <class T>
+QSet<T> mapListToSet(const QList<QVariant>& list, const std::function<T(const QVariant&)>& convert) {
+    QSet<T> set;
+    for (const QVariant& value : list)
+        set.insert(convert(value));
+    return set;
+}

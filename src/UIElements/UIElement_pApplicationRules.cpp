@@ -3,12 +3,15 @@
 // Tools, and the free audio plug-in slot nearest the end of a Logic Pro channel strip. A level's
 // option turns a rule on; the rule then stands in for all attribute matching at that level.
 
-#include "UIElement_p.h"
+#include "UIElement_pMatching.h"
 
 #include "osxUIElementUtils.h"
 
 #include <QDebug>
 #include <QRegularExpression>
+
+using UIElementMatching::childAt;
+using UIElementMatching::countOf;
 
 namespace {
 
@@ -30,14 +33,6 @@ bool isTrackListIdentifier(const QString& identifier) {
 
 QString identifierOf(AXUIElementRef element) {
     return UIElementAttributeValue(element, kIdentifierAttribute, false).toString();
-}
-
-CFIndex countOf(CFArrayRef array) {
-    return array ? CFArrayGetCount(array) : 0;
-}
-
-AXUIElementRef elementAt(CFArrayRef array, CFIndex index) {
-    return static_cast<AXUIElementRef>(CFArrayGetValueAtIndex(array, index));
 }
 
 // Capture 1 of the pattern in text; empty, with the error and the text logged, when it doesn't fit.
@@ -63,7 +58,7 @@ AXUIElementRef firstSelectedRow(CFArrayRef rows) {
     AXUIElementRef best = nullptr;
     qlonglong bestIndex = 0;
     for (CFIndex i = 0; i < CFArrayGetCount(rows); ++i) {
-        const AXUIElementRef row = elementAt(rows, i);
+        const AXUIElementRef row = childAt(rows, i);
         const qlonglong index = UIElementAttributeValue(row, QStringLiteral("AXIndex"), false).toLongLong();
         if (!best || index < bestIndex) {
             best = row;
@@ -78,7 +73,7 @@ AXUIElementRef firstSelectedRow(CFArrayRef rows) {
 ElementRef copyVisibilityButton(AXUIElementRef row) {
     const ArrayRef cells(copyUIElementChildren(row));
     for (CFIndex i = 0; i < CFArrayGetCount(cells); ++i) {
-        const AXUIElementRef cell = elementAt(cells, i);
+        const AXUIElementRef cell = childAt(cells, i);
         if (!identifierOf(cell).startsWith(QLatin1String("1399343204:CELL:0:"), Qt::CaseSensitive))
             continue;
         const ArrayRef cellChildren(copyUIElementChildren(cell));
@@ -137,7 +132,7 @@ AXUIElementRef UIElement_p::selectProToolsSelectedInstrumentGroup(
     QMap<QString, AXUIElementRef> groups;
     AXUIElementRef table = nullptr;
     for (CFIndex i = 0; i < countOf(children); ++i) {
-        const AXUIElementRef child = elementAt(children, i);
+        const AXUIElementRef child = childAt(children, i);
         const QString identifier = identifierOf(child);
         if (isTrackGroupIdentifier(identifier)) {
             const QString name = trackNameOfGroup(child);
@@ -169,7 +164,7 @@ UIElement_p::selectLogicProNextEmptyPluginSlot(const std::function<AXUIElementRe
     for (CFIndex i = countOf(children) - 1; i >= 0; --i) {
         if (shouldAbort(abort))
             return nullptr;
-        const AXUIElementRef child = elementAt(children, i);
+        const AXUIElementRef child = childAt(children, i);
         CFTypeSmartRef<CFTypeRef> description;
         if (AXUIElementCopyAttributeValue(child, CFSTR("AXDescription"), description.out()) !=
                 kAXErrorSuccess ||

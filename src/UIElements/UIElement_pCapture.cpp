@@ -1,7 +1,7 @@
 // Capture: reading a live element and its ancestors into a description, and the choices made
 // at capture time (defining attributes, application name, interaction point).
 
-#include "UIElement_p.h"
+#include "UIElement_pMatching.h"
 
 #include "ZRMetaTypeRegistrar.h"
 #include "applications.h"
@@ -206,7 +206,7 @@ void UIElement_p::initializeWithOSXElementAndScreenInteractionPoint(
     const bool proTools = bundleIdIsProTools(m_bundleId);
     ElementRef parent;
     if (!ancestors.isEmpty())
-        parent.reset(static_cast<AXUIElementRef>(CFRetain(ancestors.last().get())));
+        parent.reset(retained(ancestors.last().get()));
     else
         parent.reset(verifyAndCopyUIElementParent(element, proTools));
     if (!parent) {
@@ -247,7 +247,7 @@ void UIElement_p::setChildAndMatchingTypeChildIndex(AXUIElementRef element, AXUI
     bool found = false;
     const CFIndex count = CFArrayGetCount(children);
     for (CFIndex i = 0; i < count; ++i) {
-        const auto child = static_cast<AXUIElementRef>(CFArrayGetValueAtIndex(children, i));
+        const AXUIElementRef child = UIElementMatching::childAt(children, i);
         if (UIElementsAreEqual(child, element, proTools)) {
             found = true;
             break;

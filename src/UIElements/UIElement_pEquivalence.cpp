@@ -1,17 +1,14 @@
 // Whether attributes read from a live element are those of a description, and whether two
 // descriptions are the same.
 
-#include "UIElement_p.h"
+#include "UIElement_pMatching.h"
 
 #include "dataObjectUtils.h"
 #include "osxTranslationMapping.h"
 
-namespace {
+using UIElementMatching::isList;
 
-bool isList(const QVariant& value) {
-    const int type = value.metaType().id();
-    return type == QMetaType::QVariantList || type == QMetaType::QStringList;
-}
+namespace {
 
 QSet<QString> translationsOf(const QVariant& value, int pid) {
     const QStringList translations = translationsOfStringForProcess(value.toString(), pid);
