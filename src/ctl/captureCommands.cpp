@@ -94,8 +94,13 @@ QJsonValue frameJson(const UIElement_p* level, const QRect& rect) {
     return level->hasGeometry() ? QJsonValue(rectJson(rect)) : QJsonValue(QJsonValue::Null);
 }
 
-// One level of the chain: its lines, and its JSON object.
-QStringList levelLines(int index, const UIElement_p* level) {
+int failToWrite(const QString& filePath, const QString& reason) {
+    return ctlFail(ctlExitUsage, QStringLiteral("cannot write %1: %2").arg(filePath, reason));
+}
+
+} // namespace
+
+QStringList descriptionLevelLines(int index, const UIElement_p* level) {
     QStringList lines{QStringLiteral("level %1: %2 \"%3\"").arg(index).arg(level->role(), level->title()),
                       QStringLiteral("  role description: ") + level->roleDescription()};
     if (level->attributes().isEmpty())
@@ -126,7 +131,7 @@ QStringList levelLines(int index, const UIElement_p* level) {
     return lines;
 }
 
-QJsonObject levelJson(const UIElement_p* level) {
+QJsonObject descriptionLevelObject(const UIElement_p* level) {
     QJsonObject attributes;
     for (auto it = level->attributes().cbegin(); it != level->attributes().cend(); ++it)
         attributes.insert(it.key(), valueJson(it.value()));
@@ -149,12 +154,6 @@ QJsonObject levelJson(const UIElement_p* level) {
                        {"actions", actions},
                        {"degenerate", level->isDegenerate()}};
 }
-
-int failToWrite(const QString& filePath, const QString& reason) {
-    return ctlFail(ctlExitUsage, QStringLiteral("cannot write %1: %2").arg(filePath, reason));
-}
-
-} // namespace
 
 int runCapture(const InspectorOptions& options, const QString& pointText, const QString& filePath) {
     QPoint point;
@@ -182,8 +181,8 @@ int runCapture(const InspectorOptions& options, const QString& pointText, const 
     QStringList lines;
     QJsonArray levels;
     for (int index = 0; index < chain.size(); ++index) {
-        lines << levelLines(index, chain.at(index));
-        levels.append(levelJson(chain.at(index)));
+        lines << descriptionLevelLines(index, chain.at(index));
+        levels.append(descriptionLevelObject(chain.at(index)));
     }
     if (element->isNull())
         lines << QStringLiteral("nothing at %1: the description is null").arg(pointText);

@@ -12,10 +12,10 @@
 #include "elementTree.h"
 #include "inspectorCommands.h"
 #include "osxUIElementUtils.h"
+#include "resolveCommands.h"
 #include "toolIds.h"
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QHash>
 #include <QJsonDocument>
 #include <QRegularExpression>
@@ -39,6 +39,8 @@ int usage() {
                 "       ui-element-ctl focused|screens|apps [--desktop FILE] [--json]\n"
                 "       ui-element-ctl app-events [--desktop FILE] [--json] SECONDS\n"
                 "       ui-element-ctl capture [--desktop FILE] [--json] X,Y FILE\n"
+                "       ui-element-ctl resolve [--desktop FILE] [--json] [--hint X,Y] [--level N]\n"
+                "                              [--translations] [--repeat N] FILE\n"
                 "\n"
                 "  reports   listen for the tool's state reports and print each as '<id> found' or\n"
                 "            '<id> not found', one per line\n"
@@ -63,6 +65,13 @@ int usage() {
                 "  capture   describe the element at a screen point as a UI element collection of one\n"
                 "            element saved to FILE, ready for watch, and print its levels, the\n"
                 "            application first\n"
+                "  resolve   resolve the UI element collection saved in FILE once, as the tool does,\n"
+                "            and print the return code, the element found and its ancestors up to its\n"
+                "            application, the time taken and the platform calls made; --hint gives the\n"
+                "            position that rescues a degenerate description, --level N resolves level N\n"
+                "            of the first alternative's chain, --translations matches through the\n"
+                "            application's translations, --repeat N resolves N times (min, median and\n"
+                "            max time)\n"
                 "--desktop reads a virtual desktop file instead of the live desktop; --json prints one JSON\n"
                 "object per answer\n"
                 "\n"
@@ -138,16 +147,6 @@ int sendCommand(const QByteArray& message, int timeoutMilliseconds) {
     ctlOut() << "ack\n";
     ctlOut().flush();
     return ctlExitSuccess;
-}
-
-bool readFile(const QString& filePath, QByteArray& content, QString& error) {
-    QFile file(filePath);
-    if (!file.open(QIODevice::ReadOnly)) {
-        error = QStringLiteral("cannot read %1: %2").arg(filePath, file.errorString());
-        return false;
-    }
-    content = file.readAll();
-    return true;
 }
 
 // What the tool will make of the message: the collection must come back with every element, or
@@ -250,7 +249,8 @@ int runCtl(const QStringList& arguments) {
     const QString inspectorVerb = inspectorOperands.isEmpty() ? QString() : inspectorOperands.takeFirst();
     const QStringList inspectorVerbs{QStringLiteral("tree"),       QStringLiteral("focused"),
                                      QStringLiteral("screens"),    QStringLiteral("apps"),
-                                     QStringLiteral("app-events"), QStringLiteral("capture")};
+                                     QStringLiteral("app-events"), QStringLiteral("capture"),
+                                     QStringLiteral("resolve")};
     if (inspectorVerbs.contains(inspectorVerb) || isPointVerb(inspectorVerb)) {
         if (!optionsComplete) {
             ctlFail(ctlExitUsage, QStringLiteral("--desktop needs a desktop file"));
@@ -274,6 +274,13 @@ int runCtl(const QStringList& arguments) {
         if (inspectorVerb == QLatin1String("capture") && inspectorOperands.size() == 2 && !flagLeft &&
             !inspectorOperands.at(1).startsWith(QLatin1String("--")))
             return runCapture(options, inspectorOperands.at(0), inspectorOperands.at(1));
+        if (inspectorVerb == QLatin1String("resolve")) {
+            ResolveOptions resolveOptions;
+            if (!takeResolveOptions(inspectorOperands, resolveOptions))
+                return ctlExitUsage;
+            if (inspectorOperands.size() == 1 && !inspectorOperands.at(0).startsWith(QLatin1String("--")))
+                return runResolve(options, resolveOptions, inspectorOperands.at(0));
+        }
         if (isPointVerb(inspectorVerb) && inspectorOperands.size() == 1 && !flagLeft) {
             if (inspectorVerb == QLatin1String("at"))
                 return runAt(options, inspectorOperands.at(0));

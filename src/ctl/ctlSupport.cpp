@@ -31,6 +31,16 @@ int ctlFail(int status, const QString& text) {
     return status;
 }
 
+bool readFile(const QString& filePath, QByteArray& content, QString& error) {
+    QFile file(filePath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        error = QStringLiteral("cannot read %1: %2").arg(filePath, file.errorString());
+        return false;
+    }
+    content = file.readAll();
+    return true;
+}
+
 bool useDesktopFile(const QString& desktopFile) {
     if (desktopFile.isEmpty())
         return true;

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the verbs of ui-element-ctl share: its two output streams, the choice of desktop, and the
-// reading of screen points.
+// What the verbs of ui-element-ctl share: its two output streams, the reading of files, the choice
+// of desktop, and the reading of screen points.
 
 #include <QJsonObject>
 #include <QPoint>
@@ -22,6 +22,9 @@ void ctlPrintAnswer(bool json, const QStringList& lines, const QJsonObject& obje
 
 // Prints "ui-element-ctl: <text>" to the error stream and returns status.
 int ctlFail(int status, const QString& text);
+
+// The whole file; false, with "cannot read FILE: REASON" in error, when it cannot be opened.
+bool readFile(const QString& filePath, QByteArray& content, QString& error);
 
 // Reads the desktop from the file instead of the live one; false, with a message, when there is
 // no such file. Must come before the first platform call of the process.
