@@ -340,6 +340,70 @@ private slots:
         });
         QCOMPARE(resolve(*description), QString());
     }
+
+    // A Pro Tools menu item may list no children while its submenu is open: the submenu is found
+    // through the element 10 points right of the item, when that element's grandparent is the
+    // item (or its twin: a menu item of the same title and frame).
+    void proToolsSubmenuThroughTheHitTest_data() {
+        QTest::addColumn<QString>("bundleId");
+        QTest::addColumn<QString>("twinTitle");
+        QTest::addColumn<QString>("found");
+        QTest::newRow("Pro Tools") << "com.avid.ProToolsUltimate"
+                                   << "Recent"
+                                   << "sessionA";
+        QTest::newRow("another application") << "com.example.editor"
+                                             << "Recent" << QString();
+        QTest::newRow("the grandparent is another item") << "com.avid.ProToolsUltimate"
+                                                         << "Open" << QString();
+    }
+    void proToolsSubmenuThroughTheHitTest() {
+        QFETCH(QString, bundleId);
+        QFETCH(QString, twinTitle);
+        const auto element = [](const char* id, const char* role, const QString& title, const QRect& frame,
+                                const QJsonArray& children = {}) {
+            QJsonObject made{{"id", id}, {"role", role}, {"frame", rectJson(frame)}, {"children", children}};
+            if (!title.isEmpty())
+                made["title"] = title;
+            return made;
+        };
+        QJsonObject recent = element("recentItem", "AXMenuItem", "Recent", QRect(10, 50, 100, 20));
+        recent["attributes"] = QJsonObject{{"AXChildren", QJsonArray()}};
+        const QJsonObject menu =
+            element("trackMenu", "AXMenu", "", QRect(10, 30, 100, 40),
+                    {element("newItem", "AXMenuItem", "New", QRect(10, 30, 100, 20)), recent});
+        // Listed by nobody: only the hit test reaches the submenu, which names the twin as its parent.
+        QJsonObject twin = element("recentTwin", "AXMenuItem", twinTitle, QRect(10, 50, 100, 20));
+        twin["attributes"] = QJsonObject{{"AXChildren", QJsonArray{QJsonObject{{"element", "recentMenu"}}}}};
+        QJsonObject submenuElement =
+            element("recentMenu", "AXMenu", "", QRect(115, 50, 150, 60),
+                    {element("sessionA", "AXMenuItem", "Session A", QRect(115, 50, 150, 20))});
+        submenuElement["attributes"] = QJsonObject{{"AXParent", QJsonObject{{"element", "recentTwin"}}}};
+        QJsonObject host =
+            element("twinHost", "AXGroup", "", QRect(110, 40, 200, 100), {twin, submenuElement});
+        host["attributes"] = QJsonObject{{"AXChildren", QJsonArray()}};
+        QVERIFY(desktop->load(
+            QJsonObject{{"screens", QJsonArray{QJsonObject{{"frame", rectJson(QRect(0, 0, 800, 600))}}}},
+                        {"applications",
+                         QJsonArray{QJsonObject{
+                             {"pid", 7401},
+                             {"bundleId", bundleId},
+                             {"windows", QJsonArray{QJsonObject{{"windowId", 74},
+                                                                {"frame", rectJson(QRect(0, 0, 400, 300))},
+                                                                {"children", QJsonArray{menu, host}}}}}}}}}));
+        // The item's chain as captured, and two levels below it as a user would describe them.
+        auto* item = new UIElement_p(handle("recentItem"));
+        UIElement_p submenu;
+        UIElement_p session;
+        for (UIElement_p* level : {&submenu, &session})
+            level->setProperty("bundleId", bundleId);
+        submenu.setProperty("role", "AXMenu");
+        item->setParent(&submenu);
+        submenu.setProperty("parentElement", QVariant::fromValue(item));
+        session.setProperty("role", "AXMenuItem");
+        session.setProperty("title", "Session A");
+        session.setProperty("parentElement", QVariant::fromValue(&submenu));
+        QTEST(resolve(session), "found");
+    }
 };
 
 UIET_GUI_TEST_MAIN(tst_resolution)
