@@ -103,27 +103,59 @@ private Q_SLOTS:
     // GTK's header bar names its window controls; any other name is no title-bar button.
     void titleBarButtons_data() {
         QTest::addColumn<QString>("accessibleName");
+        QTest::addColumn<QStringList>("languages");
         QTest::addColumn<QString>("attribute");
-        QTest::newRow("minimize") << "Minimize"
-                                  << "AXMinimizeButton";
-        QTest::newRow("maximize") << "Maximize"
-                                  << "AXZoomButton";
-        QTest::newRow("restore (of a maximized window)") << "Restore"
-                                                         << "AXZoomButton";
-        QTest::newRow("close") << "Close"
-                               << "AXCloseButton";
-        QTest::newRow("other case") << "close"
-                                    << "";
-        QTest::newRow("longer name") << "Close Tab"
-                                     << "";
-        QTest::newRow("empty") << ""
-                               << "";
+        QTest::newRow("minimize") << "Minimize" << QStringList() << "AXMinimizeButton";
+        QTest::newRow("maximize") << "Maximize" << QStringList() << "AXZoomButton";
+        QTest::newRow("restore (of a maximized window)") << "Restore" << QStringList() << "AXZoomButton";
+        QTest::newRow("close") << "Close" << QStringList() << "AXCloseButton";
+        QTest::newRow("other case") << "close" << QStringList() << "";
+        QTest::newRow("longer name") << "Close Tab" << QStringList() << "";
+        QTest::newRow("empty") << "" << QStringList() << "";
+        // GTK's German names, for an application that shows German whatever this process shows.
+        QTest::newRow("German, the application's language")
+            << "Minimieren" << QStringList{"de_DE", "de"} << "AXMinimizeButton";
+        QTest::newRow("German, another language") << "Minimieren" << QStringList{"fr"} << "";
+        QTest::newRow("no such language") << "Minimieren" << QStringList{"xx", "../de"} << "";
     }
 
     void titleBarButtons() {
         QFETCH(QString, accessibleName);
+        QFETCH(QStringList, languages);
         QFETCH(QString, attribute);
-        QCOMPARE(axTitleBarButtonName(titleBarButtonNamed(accessibleName)), attribute);
+        if (!languages.isEmpty() && !QFile::exists("/usr/share/locale/de/LC_MESSAGES/gtk30.mo"))
+            QSKIP("GTK's German catalog is not installed");
+        QCOMPARE(axTitleBarButtonName(titleBarButtonNamed(accessibleName, languages)), attribute);
+    }
+
+    // The languages gettext shows an application's texts in, from its environment.
+    void messageLanguages_data() {
+        QTest::addColumn<QByteArray>("environment");
+        QTest::addColumn<QStringList>("languages");
+        // As /proc/<pid>/environ holds it: "NAME=value" entries, each ended by a NUL.
+        const auto environmentOf = [](const QList<QByteArray>& entries) {
+            QByteArray environment;
+            for (const QByteArray& entry : entries)
+                environment += entry + '\0';
+            return environment;
+        };
+        QTest::newRow("LANGUAGE over a UTF-8 C locale")
+            << environmentOf({"LANGUAGE=de", "LANG=C.UTF-8"}) << QStringList{"de"};
+        QTest::newRow("LANGUAGE ignored in the C locale")
+            << environmentOf({"LANGUAGE=de", "LANG=C"}) << QStringList();
+        QTest::newRow("no locale") << environmentOf({"LANGUAGE=de", "HOME=/root"}) << QStringList();
+        QTest::newRow("the locale's territory, then its language")
+            << environmentOf({"LANG=de_DE.UTF-8@euro"}) << QStringList{"de_DE", "de"};
+        QTest::newRow("LC_ALL before LANG")
+            << environmentOf({"LANG=fr_FR.UTF-8", "LC_ALL=pt_BR.UTF-8"}) << QStringList{"pt_BR", "pt"};
+        QTest::newRow("a list") << environmentOf({"LANG=en_US.UTF-8", "LANGUAGE=sv:de_AT"})
+                                << QStringList{"sv", "de_AT", "de"};
+        QTest::newRow("broken entries") << environmentOf({"=x", "LANG", "", "LANG=it"}) << QStringList{"it"};
+    }
+
+    void messageLanguages() {
+        QFETCH(QByteArray, environment);
+        QTEST(messageLanguagesOfEnvironment(environment), "languages");
     }
 
     void actionNames_data() {

@@ -3,6 +3,9 @@
 #include "AtspiRoles.h"
 
 #include <QElapsedTimer>
+#include <QFile>
+#include <QHash>
+#include <QMutex>
 
 #include <dbus/dbus.h>
 
@@ -444,10 +447,39 @@ bool AtspiReader::drawsHeaderBars() {
            QLatin1String("gtk");
 }
 
+QStringList AtspiReader::applicationLanguages() {
+    static QMutex mutex;
+    static QHash<QByteArray, QStringList> byBusName;
+    const QByteArray bus = busName();
+    {
+        QMutexLocker locker(&mutex);
+        const auto known = byBusName.constFind(bus);
+        if (known != byBusName.cend())
+            return *known;
+    }
+    GError* error = nullptr;
+    const pid_t pid = pid_t(atspi_accessible_get_process_id(element, &error));
+    if (error) {
+        g_error_free(error);
+        return {};
+    }
+    QStringList languages;
+    QFile environment(QStringLiteral("/proc/%1/environ").arg(pid));
+    if (pid > 0 && environment.open(QIODevice::ReadOnly))
+        languages = messageLanguagesOfEnvironment(environment.read(1024 * 1024));
+    QMutexLocker locker(&mutex);
+    byBusName.insert(bus, languages);
+    return languages;
+}
+
 TitleBarButton AtspiReader::titleBarButton() {
     if (role() != ATSPI_ROLE_PUSH_BUTTON)
         return TitleBarButton::None;
-    const TitleBarButton named = titleBarButtonNamed(name());
+    const QString buttonName = name();
+    TitleBarButton named = titleBarButtonNamed(buttonName);
+    // The application may show its texts in another language than this process.
+    if (named == TitleBarButton::None && !buttonName.isEmpty())
+        named = titleBarButtonNamed(buttonName, applicationLanguages());
     if (named == TitleBarButton::None || !drawsHeaderBars())
         return TitleBarButton::None;
     // Up from the button: the box of window controls, the header bar, the window.
@@ -486,7 +518,7 @@ AccessibleRef AtspiReader::drawnTitleBarButton(TitleBarButton which) {
             for (AccessibleRef& button : boxReader.shownChildren()) {
                 AtspiReader buttonReader(button.get(), interfaceCache);
                 if (buttonReader.role() == ATSPI_ROLE_PUSH_BUTTON &&
-                    titleBarButtonNamed(buttonReader.name()) == which)
+                    titleBarButtonNamed(buttonReader.name(), applicationLanguages()) == which)
                     return std::move(button);
                 adopt(buttonReader);
             }

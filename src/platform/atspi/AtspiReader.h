@@ -152,6 +152,9 @@ private:
     std::vector<AccessibleRef> matchesWithState(AtspiStateType state, int count, bool traverse);
     // Whether the toolkit draws a title bar the way titleBarButton() knows: GTK 3.
     bool drawsHeaderBars();
+    // The languages the element's application shows gettext's texts in, read from its
+    // environment once per application (bus name; a bus daemon gives no name twice).
+    QStringList applicationLanguages();
 
     AtspiAccessible* element;
     AtspiInterfaceCache* interfaceCache;

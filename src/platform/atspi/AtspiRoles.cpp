@@ -1,7 +1,12 @@
 #include "AtspiRoles.h"
 
+#include "catalogs/Catalogs.h"
+
 #include <atspi/atspi.h>
 
+#include <QFile>
+#include <QHash>
+#include <QMutex>
 #include <QRegularExpression>
 
 namespace {
@@ -168,19 +173,88 @@ QString axTitleBarButtonName(TitleBarButton button) {
     return QString();
 }
 
-TitleBarButton titleBarButtonNamed(const QString& accessibleName) {
-    static const struct {
-        const char* name;
-        TitleBarButton button;
-    } names[] = {{"Minimize", TitleBarButton::Minimize},
-                 {"Maximize", TitleBarButton::Zoom},
-                 {"Restore", TitleBarButton::Zoom},
-                 {"Close", TitleBarButton::Close}};
-    for (const auto& entry : names)
+namespace {
+
+struct TitleBarButtonName {
+    const char* name;
+    TitleBarButton button;
+};
+
+constexpr TitleBarButtonName titleBarButtonNames[] = {{"Minimize", TitleBarButton::Minimize},
+                                                      {"Maximize", TitleBarButton::Zoom},
+                                                      {"Restore", TitleBarButton::Zoom},
+                                                      {"Close", TitleBarButton::Close}};
+
+// GTK's names of the title-bar buttons in one language, from its catalog; read once per language.
+QHash<QString, TitleBarButton> titleBarButtonNamesIn(const QString& language) {
+    static QMutex mutex;
+    static QHash<QString, QHash<QString, TitleBarButton>> byLanguage;
+    QMutexLocker locker(&mutex);
+    const auto known = byLanguage.constFind(language);
+    if (known != byLanguage.cend())
+        return *known;
+    QHash<QString, TitleBarButton> names;
+    // A language is a name, never a path.
+    QFile file(QStringLiteral("/usr/share/locale/%1/LC_MESSAGES/gtk30.mo").arg(language));
+    if (!language.contains(u'/') && file.size() <= kLargestCatalogFile && file.open(QIODevice::ReadOnly)) {
+        if (const std::optional<Catalog> catalog = readGettextCatalog(file.readAll())) {
+            for (const CatalogMessage& message : catalog->messages) {
+                for (const TitleBarButtonName& entry : titleBarButtonNames) {
+                    if (message.source == QLatin1String(entry.name) && message.context.isEmpty() &&
+                        !message.translations.value(0).isEmpty())
+                        names.insert(message.translations.first(), entry.button);
+                }
+            }
+        }
+    }
+    byLanguage.insert(language, names);
+    return names;
+}
+
+} // namespace
+
+TitleBarButton titleBarButtonNamed(const QString& accessibleName, const QStringList& languages) {
+    for (const TitleBarButtonName& entry : titleBarButtonNames)
         if (accessibleName == QLatin1String(entry.name) ||
             accessibleName == QString::fromUtf8(g_dgettext("gtk30", entry.name)))
             return entry.button;
+    for (const QString& language : languages) {
+        const TitleBarButton named =
+            titleBarButtonNamesIn(language).value(accessibleName, TitleBarButton::None);
+        if (named != TitleBarButton::None)
+            return named;
+    }
     return TitleBarButton::None;
+}
+
+QStringList messageLanguagesOfEnvironment(const QByteArray& environment) {
+    QHash<QByteArray, QByteArray> variables;
+    for (const QByteArray& entry : environment.split('\0')) {
+        const qsizetype equals = entry.indexOf('=');
+        if (equals > 0)
+            variables.insert(entry.left(equals), entry.mid(equals + 1));
+    }
+    QByteArray locale;
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        locale = variables.value(name);
+        if (!locale.isEmpty())
+            break;
+    }
+    if (locale.isEmpty() || locale == "C" || locale == "POSIX")
+        return {};
+    const QByteArray language = variables.value("LANGUAGE");
+    const QList<QByteArray> wanted = language.isEmpty() ? QList<QByteArray>{locale} : language.split(':');
+    QStringList languages;
+    for (const QByteArray& item : wanted) {
+        // "de_DE.UTF-8@euro": the language and territory, then the language alone.
+        static const QRegularExpression encodingOrModifier(QStringLiteral("[.@].*$"));
+        const QString name = QString::fromUtf8(item).remove(encodingOrModifier);
+        for (const QString& form : {name, name.section(u'_', 0, 0)}) {
+            if (!form.isEmpty() && form != QLatin1String("C") && !languages.contains(form))
+                languages.append(form);
+        }
+    }
+    return languages;
 }
 
 QStringList axActionNames(const QStringList& toolkitNames) {

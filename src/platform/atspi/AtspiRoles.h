@@ -41,9 +41,17 @@ constexpr TitleBarButton titleBarButtons[] = {TitleBarButton::Minimize, TitleBar
 // "AXMinimizeButton", "AXZoomButton", "AXCloseButton"; empty for None.
 QString axTitleBarButtonName(TitleBarButton button);
 // The button that a GTK header bar's window control with this accessible name is: "Minimize",
-// "Maximize" or "Restore" (the zoom button of a maximized window), "Close", in English or in
-// GTK's translation for the current locale. None for any other name.
-TitleBarButton titleBarButtonNamed(const QString& accessibleName);
+// "Maximize" or "Restore" (the zoom button of a maximized window), "Close", in English, in GTK's
+// translation for this process's locale, or in GTK's catalog of one of `languages` (those of the
+// application, which names its buttons in its own language). None for any other name.
+TitleBarButton titleBarButtonNamed(const QString& accessibleName, const QStringList& languages = {});
+
+// The languages a process shows gettext's texts in, from its environment (NUL-separated
+// "NAME=value" entries, as /proc/<pid>/environ holds them), as gettext chooses: LANGUAGE's list
+// unless the locale (LC_ALL, else LC_MESSAGES, else LANG) is "C" or "POSIX" or unset, else the
+// locale itself; each without encoding and modifier and then also without territory
+// ("de_DE.UTF-8" gives "de_DE", "de"). Empty for the untranslated texts.
+QStringList messageLanguagesOfEnvironment(const QByteArray& environment);
 
 // "AX" followed by the words of `name` capitalized and joined: "show menu" and "show_menu" give
 // "AXShowMenu", "SetFocus" gives "AXSetFocus".
