@@ -7,7 +7,10 @@
 #include "liveBenchArguments.h"
 #include "osxUIElementUtils.h"
 
+#include <QByteArray>
 #include <QLoggingCategory>
+#include <QMap>
+#include <QString>
 
 #include <dlfcn.h>
 
@@ -25,6 +28,35 @@ using DBusCallCounter = unsigned long long (*)();
 // Null when the counter is not preloaded.
 inline DBusCallCounter preloadedDBusCallCounter() {
     return reinterpret_cast<DBusCallCounter>(dlsym(RTLD_DEFAULT, "dbusCallCount"));
+}
+
+// The preloaded counter's other two counts; each null when it is not preloaded.
+struct DBusCounters {
+    DBusCallCounter messages = nullptr; // every message sent
+    DBusCallCounter waits = nullptr;    // calls that block until their reply is in
+};
+
+inline DBusCounters preloadedDBusCounters() {
+    return {reinterpret_cast<DBusCallCounter>(dlsym(RTLD_DEFAULT, "dbusMessageCount")),
+            reinterpret_cast<DBusCallCounter>(dlsym(RTLD_DEFAULT, "dbusWaitCount"))};
+}
+
+// The preloaded counter's round trips so far by method name (a property read as
+// "Get Interface.Property"); empty when it is not preloaded.
+inline QMap<QString, quint64> preloadedDBusCallTally() {
+    using Tally = size_t (*)(char*, size_t);
+    QMap<QString, quint64> counts;
+    const auto tally = reinterpret_cast<Tally>(dlsym(RTLD_DEFAULT, "dbusCallTally"));
+    if (!tally)
+        return counts;
+    QByteArray text(int(tally(nullptr, 0)) + 1, '\0');
+    tally(text.data(), size_t(text.size()));
+    for (const QByteArray& line : text.left(text.indexOf('\0')).split('\n')) {
+        const int space = line.indexOf(' ');
+        if (space > 0)
+            counts.insert(QString::fromUtf8(line.mid(space + 1)), line.left(space).toULongLong());
+    }
+    return counts;
 }
 
 // What the benchmarks over every element of one application start from: its arguments

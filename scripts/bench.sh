@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/bootstrap.sh
-scripts/build.sh plain bench_commandLoad bench_hitTesting bench_translationMapping bench_liveWalk bench_liveQuestions bench_capture dbusCallCounter | tail -n 1
+scripts/build.sh plain bench_commandLoad bench_hitTesting bench_translationMapping bench_liveWalk bench_liveQuestions bench_capture bench_resolution liveFixtureApp dbusCallCounter | tail -n 1
 
 TMPDIR=$(mktemp -d /tmp/uiet-bench-XXXXXX)
 export TMPDIR
@@ -57,3 +57,20 @@ read -r x y w h < <(build/src/ctl/ui-element-ctl tree "$factory" \
 build/src/ctl/ui-element-ctl press "$((x + w / 2)),$((y + h / 2))" >/dev/null
 live_wait_for_tree build/src/ctl/ui-element-ctl "$factory" 'Get Busy'
 LD_PRELOAD="$PWD/build/bench/libdbusCallCounter.so" build/bench/bench_capture "$factory" 1
+
+echo
+echo "== one resolution of every element with a frame, by depth, as the tool's tick makes it, beside"
+echo "   pyatspi's walk down the same paths (at each level the children, and each child's role and"
+echo "   name): gtk3-widget-factory, its popover menu open, and the Qt fixture"
+# The fixture quits at the end of its standard input: it gets a pipe that stays open.
+mkfifo "$TMPDIR/fixture-input"
+exec 7<>"$TMPDIR/fixture-input"
+live_start sh -c 'exec "$0" <&7' build/tests/liveFixtureApp
+fixture=${live_pids[-1]}
+live_wait_for_tree build/src/ctl/ui-element-ctl "$fixture" 'Apply'
+for application in "$factory" "$fixture"; do
+  for walker in "build/bench/bench_resolution" "/usr/bin/python3 bench/pyatspi_resolve.py"; do
+    echo "-- ${walker##*/} $(tr '\0' ' ' < "/proc/$application/cmdline")"
+    LD_PRELOAD="$PWD/build/bench/libdbusCallCounter.so" $walker "$application" 3
+  done
+done
