@@ -6,6 +6,7 @@
 #include "ZRMetaTypeRegistrar.h"
 #include "applications.h"
 #include "generalUtilities.h"
+#include "osxMisc.h"
 #include "osxRunningApplications.h"
 #include "osxUIElementUtils.h"
 
@@ -21,16 +22,6 @@ using ElementRef = CFTypeSmartRef<AXUIElementRef>;
 
 int truncated(double value) {
     return static_cast<int>(std::trunc(value));
-}
-
-// The frame with each of its four numbers truncated toward zero, the size on its own.
-bool readTruncatedFrame(AXUIElementRef element, QRect& frame) {
-    CGRect rect;
-    if (!UIElementRect(rect, element))
-        return false;
-    frame = QRect(truncated(rect.origin.x), truncated(rect.origin.y), truncated(rect.size.width),
-                  truncated(rect.size.height));
-    return true;
 }
 
 QSet<QString> setOf(std::initializer_list<QString> items) {
@@ -181,8 +172,10 @@ void UIElement_p::initializeWithOSXElementAndScreenInteractionPoint(
     setInteractionPointFromScreenPoint(screenPoint);
     setInteractionPointFromLocalPoint(screenPoint);
 
-    QRect frame;
-    if (readTruncatedFrame(element, frame)) {
+    CGRect platformFrame;
+    if (UIElementRect(platformFrame, element)) {
+        // Each of the four numbers truncated toward zero, the size on its own.
+        const QRect frame = CGRectToQRect(platformFrame);
         m_hasGeometry = true;
         setScreenRect(frame);
         setLocalRect(frame);

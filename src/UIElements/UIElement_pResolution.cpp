@@ -22,6 +22,15 @@ int codeOfFailure(bool* abort) {
     return shouldAbort(abort) ? UIElementSearchAborted : UIElementNotFound;
 }
 
+// Takes over the reference that a resolution gave: its frame into rect, or the failure's code.
+int frameOfResolved(AXUIElementRef resolved, QRect& rect, bool* abort) {
+    const ElementRef element(resolved);
+    if (!element)
+        return codeOfFailure(abort);
+    rect = UIElementRect(element);
+    return UIElementFound;
+}
+
 // The value of a private key: the list in attributes when a user edited one in, else the field.
 QStringList valuesOf(const QMap<QString, QVariant>& attributes, const QString& key, const QString& field) {
     return attributes.contains(key) ? attributes.value(key).toStringList() : QStringList{field};
@@ -90,22 +99,15 @@ int UIElement_p::findUIElementAndGetInteractionPoint(QPoint& point, bool require
 
 int UIElement_p::findUIElementAndGetScreenRect(QRect& rect, QVariant alternative,
                                                QFlags<UIElementSearchOption> options, bool* abort) const {
-    const ElementRef element(createOSSpecificUIElementRepresentation(alternative, options, abort));
-    if (!element)
-        return codeOfFailure(abort);
-    rect = UIElementRect(element);
-    return UIElementFound;
+    return frameOfResolved(createOSSpecificUIElementRepresentation(alternative, options, abort), rect, abort);
 }
 
 int UIElement_p::findUIElementAtHierarchyLevelAndGetScreenRect(QRect& rect, int level, QVariant alternative,
                                                                QFlags<UIElementSearchOption> options,
                                                                bool* abort) const {
-    const ElementRef element(
-        createOSSpecificUIElementRepresentationAtHierarchyLevel(level, alternative, options, abort));
-    if (!element)
-        return codeOfFailure(abort);
-    rect = UIElementRect(element);
-    return UIElementFound;
+    return frameOfResolved(
+        createOSSpecificUIElementRepresentationAtHierarchyLevel(level, alternative, options, abort), rect,
+        abort);
 }
 
 int UIElement_p::findUIElementAndCreateOSSpecificRepresentation(NativeUIElement& element,

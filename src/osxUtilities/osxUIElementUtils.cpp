@@ -208,7 +208,7 @@ QRect UIElementRect(AXUIElementRef element) {
     CGRect rect{};
     if (!UIElementRect(rect, element))
         return QRect();
-    return QRect(int(rect.origin.x), int(rect.origin.y), int(rect.size.width), int(rect.size.height));
+    return CGRectToQRect(rect);
 }
 
 bool UIElementIsTextField(AXUIElementRef element, bool* isSecure) {
