@@ -13,7 +13,6 @@
 
 #include <QMap>
 #include <QProcess>
-#include <QStandardPaths>
 
 #include <X11/Xlib.h>
 
@@ -139,14 +138,6 @@ class TestLiveResolution : public QObject, private LiveDesktopTestBase {
         return fixture;
     }
 
-    static QProcessEnvironment inLanguage(const QString& language) {
-        // LANGUAGE counts with any locale but "C"; C.UTF-8 is always there.
-        QProcessEnvironment environment;
-        environment.insert("LANGUAGE", language);
-        environment.insert("LANG", "C.UTF-8");
-        return environment;
-    }
-
     // What the collection answers as the tool asks it: the code, or -1 when it found an element
     // other than `expected`.
     static int resolve(const UIElementCollection& collection, AXUIElementRef expected,
@@ -166,13 +157,11 @@ class TestLiveResolution : public QObject, private LiveDesktopTestBase {
 
 private Q_SLOTS:
     void initTestCase() {
-        if (QStandardPaths::findExecutable("gtk3-widget-factory").isEmpty())
-            QSKIP("gtk3-widget-factory is not installed (Debian package gtk-3-examples)");
         QString problem;
-        if (!openSession(&problem))
+        if (!openSessionForWidgetFactory(&problem))
             QSKIP(qPrintable(problem));
-        factory =
-            startWatchedApplication("gtk3-widget-factory", "AXButton", "Close", &problem, inLanguage("en"));
+        factory = startWatchedApplication("gtk3-widget-factory", "AXButton", "Close", &problem,
+                                          environmentInLanguage("en"));
         QVERIFY2(factory, qPrintable(problem));
         QVERIFY2(startFixture(), "liveFixtureApp does not come up");
         // Captured from a handle, with no hit test: which window is in front plays no part.
@@ -254,7 +243,7 @@ private Q_SLOTS:
     void applicationsRestart() {
         const qint64 factoryBefore = factory->processId();
         const qint64 fixtureBefore = fixture->processId();
-        QVERIFY(startFactory(inLanguage("en"), "Close"));
+        QVERIFY(startFactory(environmentInLanguage("en"), "Close"));
         QVERIFY(startFixture());
         QVERIFY(factory->processId() != factoryBefore && fixture->processId() != fixtureBefore);
     }
@@ -271,7 +260,7 @@ private Q_SLOTS:
     void factoryRestartsInGerman() {
         if (!QFileInfo::exists("/usr/share/locale/de/LC_MESSAGES/gtk30.mo"))
             QSKIP("GTK's German catalog is not installed");
-        QVERIFY(startFactory(inLanguage("de"), "Schließen"));
+        QVERIFY(startFactory(environmentInLanguage("de"), "Schließen"));
         german = true;
     }
 

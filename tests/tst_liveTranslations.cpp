@@ -7,7 +7,6 @@
 
 #include "osxTranslationMapping.h"
 
-#include <QStandardPaths>
 
 class TestLiveTranslations : public QObject, private LiveDesktopTestBase {
     Q_OBJECT
@@ -16,19 +15,13 @@ class TestLiveTranslations : public QObject, private LiveDesktopTestBase {
 
 private Q_SLOTS:
     void initTestCase() {
-        if (QStandardPaths::findExecutable("gtk3-widget-factory").isEmpty())
-            QSKIP("gtk3-widget-factory is not installed (Debian package gtk-3-examples)");
         if (!QFileInfo::exists("/usr/share/locale/de/LC_MESSAGES/gtk30.mo"))
             QSKIP("GTK's German catalog is not installed");
         QString problem;
-        if (!openSession(&problem))
+        if (!openSessionForWidgetFactory(&problem))
             QSKIP(qPrintable(problem));
-        // LANGUAGE counts with any locale but "C"; C.UTF-8 is always there.
-        QProcessEnvironment german;
-        german.insert("LANGUAGE", "de");
-        german.insert("LANG", "C.UTF-8");
-        QProcess* factory =
-            startWatchedApplication("gtk3-widget-factory", "AXButton", "Schließen", &problem, german);
+        QProcess* factory = startWatchedApplication("gtk3-widget-factory", "AXButton", "Schließen", &problem,
+                                                    environmentInLanguage("de"));
         QVERIFY2(factory, qPrintable(problem));
         factoryPid = pid_t(factory->processId());
     }

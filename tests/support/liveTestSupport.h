@@ -14,7 +14,9 @@
 #include <QCoreApplication>
 #include <QList>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QRegularExpression>
+#include <QStandardPaths>
 #include <QString>
 #include <QTest>
 
@@ -67,6 +69,15 @@ inline AXUIElementRef findElement(AXUIElementRef root, const QString& role, cons
     });
 }
 
+// An application's environment that shows gettext's texts in this language. LANGUAGE counts with
+// any locale but "C"; C.UTF-8 is always there.
+inline QProcessEnvironment environmentInLanguage(const QString& language) {
+    QProcessEnvironment environment;
+    environment.insert(QStringLiteral("LANGUAGE"), language);
+    environment.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
+    return environment;
+}
+
 // The frame of a test program on the live desktop: a private desktop with the accessibility bus,
 // the live provider on it, one application under test, and the leak check of every test function.
 class LiveDesktopTestBase : protected LiveObjectCheck {
@@ -78,6 +89,16 @@ protected:
         session = std::make_unique<LiveDesktopSession>(LiveDesktopSession::Bus::Accessibility, windowManager);
         *skipReason = session->skipReason();
         return session->isReady();
+    }
+    // The same for the tests of gtk3-widget-factory, which are skipped where it is not installed.
+    bool openSessionForWidgetFactory(QString* skipReason, LiveDesktopSession::WindowManager windowManager =
+                                                              LiveDesktopSession::WindowManager::None) {
+        if (QStandardPaths::findExecutable(QStringLiteral("gtk3-widget-factory")).isEmpty()) {
+            *skipReason =
+                QStringLiteral("gtk3-widget-factory is not installed (Debian package gtk-3-examples)");
+            return false;
+        }
+        return openSession(skipReason, windowManager);
     }
 
     // From initTestCase, once the application runs: the live provider, and `application`.
