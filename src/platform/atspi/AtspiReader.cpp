@@ -506,6 +506,7 @@ TitleBarButton AtspiReader::titleBarButton() {
 AccessibleRef AtspiReader::drawnTitleBarButton(TitleBarButton which) {
     if (!drawsHeaderBars())
         return nullptr;
+    const QStringList languages = applicationLanguages();
     // Down from the window: the shown header bars, their boxes, their buttons.
     for (AccessibleRef& bar : shownChildren()) {
         AtspiReader barReader(bar.get(), interfaceCache);
@@ -518,7 +519,7 @@ AccessibleRef AtspiReader::drawnTitleBarButton(TitleBarButton which) {
             for (AccessibleRef& button : boxReader.shownChildren()) {
                 AtspiReader buttonReader(button.get(), interfaceCache);
                 if (buttonReader.role() == ATSPI_ROLE_PUSH_BUTTON &&
-                    titleBarButtonNamed(buttonReader.name(), applicationLanguages()) == which)
+                    titleBarButtonNamed(buttonReader.name(), languages) == which)
                     return std::move(button);
                 adopt(buttonReader);
             }
