@@ -179,6 +179,13 @@ private Q_SLOTS:
         QVERIFY2(matched, "the accessible window's frame is not that of a window of the application");
     }
 
+    // A batch of reads answers what the reads one by one answer.
+    void aBatchOfReadsAnswersAsSingleReads() {
+        const QStringList single = describeTree(application, false);
+        QVERIFY(single.size() > 100);
+        QCOMPARE(describeTree(application, true), single);
+    }
+
     void rolesAndTitles_data() {
         QTest::addColumn<QString>("role");
         QTest::addColumn<QString>("title");
@@ -380,6 +387,27 @@ private Q_SLOTS:
         QCOMPARE(AXUIElementCopyAttributeValue(button, title, &value), kAXErrorCannotComplete);
         ::kill(factoryPid, SIGCONT);
         QVERIFY(LiveDesktopSession::waitUntil([&] { return UIElementTitle(button) == "Close"; }));
+    }
+
+    // Within a batch of reads too, and what it read before the hang is not kept.
+    void aHungApplicationCannotCompleteABatch() {
+        Ref<AXUIElementRef> button(find("AXButton", "Close"));
+        QVERIFY(button);
+        ::kill(factoryPid, SIGSTOP);
+        {
+            const AXReadBatch batch;
+            AXError error = kAXErrorSuccess;
+            QVERIFY(!copyAttributeNamed(application, "AXChildren", &error));
+            QCOMPARE(error, kAXErrorCannotComplete);
+            QVERIFY(!copyAttributeNamed(button, "AXTitle", &error));
+            QCOMPARE(error, kAXErrorCannotComplete);
+        }
+        ::kill(factoryPid, SIGCONT);
+        QVERIFY(LiveDesktopSession::waitUntil([&] {
+            const AXReadBatch batch;
+            Ref<CFArrayRef> windows(static_cast<CFArrayRef>(copyAttributeNamed(application, "AXChildren")));
+            return windows && CFArrayGetCount(windows) > 0 && UIElementTitle(button) == "Close";
+        }));
     }
 
     // Last: the application quits, and its elements fail as gone ones do.

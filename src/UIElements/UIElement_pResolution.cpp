@@ -41,6 +41,8 @@ QStringList valuesOf(const QMap<QString, QVariant>& attributes, const QString& k
 AXUIElementRef UIElement_p::createOSSpecificUIElementRepresentation(QVariant alternative,
                                                                     QFlags<UIElementSearchOption> options,
                                                                     bool* abort) const {
+    // The walk's reads of one level feed the next: the platform may fetch them together.
+    const AXReadBatch batch;
     QList<const UIElement_p*> list;
     topDownElementList(list);
     const UIElement_p* top = list.takeFirst();
@@ -65,6 +67,7 @@ AXUIElementRef UIElement_p::createOSSpecificUIElementRepresentationAtHierarchyLe
     topDownElementList(list);
     if (level + 1 < list.size())
         list = list.mid(0, level + 1);
+    const AXReadBatch batch;
     const UIElement_p* top = list.takeFirst();
     return top->findOSXElementForThis(nullptr, list, 0, alternative, options, abort);
 }

@@ -11,6 +11,9 @@
 
 // Private to Apple's accessibility library, so no header of the framework declares it.
 extern "C" AXError _AXUIElementGetWindow(AXUIElementRef element, CGWindowID* windowID);
+
+// The framework reads as it likes; a batch of reads means nothing to it.
+class AXReadBatch {};
 #else
 #include "ax/AXUIElement.h"
 #endif

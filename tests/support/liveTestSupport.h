@@ -17,8 +17,10 @@
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QStandardPaths>
+
 #include <QString>
 #include <QTest>
+#include <optional>
 
 // An attribute or action name, owned by the caller.
 inline CFStringRef createAXName(const char* name) {
@@ -48,6 +50,46 @@ inline void collectElements(AXUIElementRef root, QList<AXUIElementRef>* elements
         collectElements(child, elements, depth + 1);
     }
     CFRelease(children);
+}
+
+// Every element below `root` as matching and resolution read it, one line per element in tree
+// order: its answers (value or error) to the attributes they ask, and the names it reports.
+// `batched`: all inside one batch of reads, whose walk down the tree reads each child list before
+// the attributes of those children, as a resolution does.
+inline QStringList describeTree(AXUIElementRef root, bool batched) {
+    std::optional<AXReadBatch> batch;
+    if (batched)
+        batch.emplace();
+    static const char* const attributes[] = {
+        "AXRole",    "AXSubrole", "AXTitle",  "AXDescription", "AXRoleDescription", "AXIdentifier",
+        "AXEnabled", "AXFocused", "AXParent", "AXValue",       "AXPosition",        "AXSize"};
+    QList<AXUIElementRef> elements;
+    collectElements(root, &elements);
+    QStringList lines;
+    for (AXUIElementRef element : std::as_const(elements)) {
+        QStringList answers;
+        for (const char* attribute : attributes) {
+            AXError error = kAXErrorSuccess;
+            CFTypeRef value = copyAttributeNamed(element, attribute, &error);
+            if (value) {
+                CFStringRef description = CFCopyDescription(value);
+                answers << QStringFromCFString(description);
+                CFRelease(description);
+                CFRelease(value);
+            } else {
+                answers << QStringLiteral("error %1").arg(int(error));
+            }
+        }
+        CFArrayRef names = nullptr;
+        if (AXUIElementCopyAttributeNames(element, &names) == kAXErrorSuccess && names) {
+            for (CFIndex i = 0; i < CFArrayGetCount(names); ++i)
+                answers << QStringFromCFString(static_cast<CFStringRef>(CFArrayGetValueAtIndex(names, i)));
+            CFRelease(names);
+        }
+        lines << answers.join(QLatin1Char('|'));
+        CFRelease(element);
+    }
+    return lines;
 }
 
 // The first element below `root` that `matches`, owned by the caller; null when there is none.

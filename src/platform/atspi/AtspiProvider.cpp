@@ -1,5 +1,6 @@
 #include "AtspiProvider.h"
 
+#include "AtspiReadBatch.h"
 #include "AtspiReader.h"
 #include "AtspiRoles.h"
 #include "GnomeMagnifier.h"
@@ -363,15 +364,18 @@ QStringList AtspiProvider::attributeNames(AtspiReader& r) {
               << QStringLiteral("AXCloseButton");
     else
         names << QStringLiteral("AXWindow");
-    // The rest where the element has them.
+    // The rest where the element has them. A frame and a value are there by the element's role
+    // and interfaces; their reading waits until they are asked for.
     Value ignored;
-    for (const QString& optional :
-         {QStringLiteral("AXSubrole"), QStringLiteral("AXIdentifier"), QStringLiteral("AXPosition"),
-          QStringLiteral("AXSize"), QStringLiteral("AXValue")}) {
+    for (const QString& optional : {QStringLiteral("AXSubrole"), QStringLiteral("AXIdentifier")}) {
         const AXError result = readAttribute(r, optional, &ignored);
         if (result == kAXErrorSuccess || result == kAXErrorNoValue)
             names << optional;
     }
+    if (r.hasInterface(kAtspiComponent))
+        names << QStringLiteral("AXPosition") << QStringLiteral("AXSize");
+    if (r.hasValue())
+        names << QStringLiteral("AXValue");
     return names;
 }
 
@@ -678,6 +682,16 @@ AXError AtspiProvider::elementAtPosition(const Element& scope, CGPoint point, El
     return kAXErrorSuccess;
 }
 
+void AtspiProvider::beginReadBatch() {
+    AtspiReadBatch::open();
+}
+
+void AtspiProvider::endReadBatch() {
+    // The batch holds references to accessibles; libatspi's objects are not shared by threads.
+    QMutexLocker locker(&mutex);
+    AtspiReadBatch::close();
+}
+
 AXError AtspiProvider::windowOfElement(const Element& element, CGWindowID* windowID) {
     return withReader(element, [&](AtspiReader& reader) -> AXError {
         const AccessibleRef window = reader.window();
@@ -867,6 +881,17 @@ ApplicationInfo AtspiProvider::busApplication(AtspiAccessible* application, pid_
     return info;
 }
 
+void AtspiProvider::readWindowsAhead(const std::vector<AccessibleRef>& applications) {
+    AtspiReadBatch* batch = AtspiReadBatch::current();
+    if (!batch)
+        return;
+    std::vector<AtspiAccessible*> parents;
+    for (const AccessibleRef& application : applications)
+        parents.push_back(application.get());
+    // A hung application shows in its own reader's next question.
+    batch->readChildrenAhead(parents, &interfaceCache);
+}
+
 QList<ApplicationInfo> AtspiProvider::applications() {
     QMutexLocker locker(&mutex);
     // Without a window manager the toolkits' own "active" state says who is in front.
@@ -875,7 +900,10 @@ QList<ApplicationInfo> AtspiProvider::applications() {
     QSet<pid_t> listed;
     // Only the applications listed now keep their descriptions.
     const QHash<QByteArray, ApplicationInfo> described = std::exchange(applicationsByBusName, {});
-    for (const AccessibleRef& application : askableApplications()) {
+    const std::vector<AccessibleRef> running = askableApplications();
+    if (!managedFront)
+        readWindowsAhead(running);
+    for (const AccessibleRef& application : running) {
         const pid_t pid = pidOf(application.get());
         if (pid <= 0 || listed.contains(pid))
             continue;
@@ -900,7 +928,10 @@ std::optional<ApplicationInfo> AtspiProvider::application(pid_t pid) {
     if (pid <= 0)
         return std::nullopt;
     const std::optional<pid_t> managedFront = x11 ? x11->activeWindowOwner() : std::nullopt;
-    for (const AccessibleRef& application : askableApplications()) {
+    const std::vector<AccessibleRef> running = askableApplications();
+    if (!managedFront)
+        readWindowsAhead(running);
+    for (const AccessibleRef& application : running) {
         if (pidOf(application.get()) == pid)
             return busApplication(application.get(), pid, managedFront, applicationsByBusName);
     }

@@ -48,6 +48,10 @@ public:
     AXError performAction(const Element& element, const QString& action) override;
     AXError elementAtPosition(const Element& scope, CGPoint point, Element* hit) override;
     AXError windowOfElement(const Element& element, CGWindowID* windowID) override;
+    // A child list read in a batch brings along what matching reads of the children
+    // (AtspiReadBatch.h).
+    void beginReadBatch() override;
+    void endReadBatch() override;
     CGError windowList(QList<WindowInfo>* windows) override;
     // The applications on the accessibility bus, in the registry's order, then the processes
     // that show windows without being on the bus, frontmost window first. With a window manager
@@ -125,6 +129,9 @@ private:
     void noteOutcome(const AtspiReader& reader);
     // The running applications that may be asked now.
     std::vector<AccessibleRef> askableApplications();
+    // In a batch of reads, the windows of all the applications with their states, at once, for
+    // the toolkits' own word on which one is in front.
+    void readWindowsAhead(const std::vector<AccessibleRef>& applications);
     AccessibleRef shownPopupAt(AtspiReader& window, CGPoint point);
     // An application on the accessibility bus, described once per bus name; frontmost by the
     // window manager's active window when one runs (managedFront), else by its own active state.

@@ -1,5 +1,6 @@
 #include "AtspiReader.h"
 
+#include "AtspiReadBatch.h"
 #include "AtspiRoles.h"
 
 #include <QElapsedTimer>
@@ -33,22 +34,6 @@ Outcome outcomeOf(GError* error, qint64 elapsedMs) {
     const QString message = QString::fromUtf8(error->message);
     g_error_free(error);
     return isTimeout(message, elapsedMs) ? Outcome::NoAnswer : Outcome::Gone;
-}
-
-quint32 interfaceBit(const char* name) {
-    static const struct {
-        const char* name;
-        AtspiInterface bit;
-    } known[] = {{"org.a11y.atspi.Component", kAtspiComponent},
-                 {"org.a11y.atspi.Action", kAtspiAction},
-                 {"org.a11y.atspi.Value", kAtspiValue},
-                 {"org.a11y.atspi.Text", kAtspiText},
-                 {"org.a11y.atspi.EditableText", kAtspiEditableText},
-                 {"org.a11y.atspi.Collection", kAtspiCollection}};
-    for (const auto& entry : known)
-        if (qstrcmp(entry.name, name) == 0)
-            return entry.bit;
-    return 0;
 }
 
 QString takeString(gchar* text) {
@@ -90,6 +75,14 @@ const QByteArray applicationRootPath = QByteArrayLiteral("/org/a11y/atspi/access
 
 AccessibleRef retained(AtspiAccessible* accessible) {
     return AccessibleRef(accessible ? static_cast<AtspiAccessible*>(g_object_ref(accessible)) : nullptr);
+}
+
+std::vector<AccessibleRef> copiesOf(const std::vector<AccessibleRef>& accessibles) {
+    std::vector<AccessibleRef> copies;
+    copies.reserve(accessibles.size());
+    for (const AccessibleRef& accessible : accessibles)
+        copies.push_back(retained(accessible.get()));
+    return copies;
 }
 
 template <typename Call> auto AtspiReader::call(Call function) -> decltype(function(nullptr)) {
@@ -150,42 +143,21 @@ quint32 AtspiReader::interfaces() {
         if (cached != interfaceCache->constEnd() && cached->interfaces)
             return *(knownInterfaces = cached->interfaces);
     }
+    if (const AtspiBatchedElement* batched = inBatch(); batched && batched->interfaces)
+        return *(knownInterfaces = batched->interfaces);
     if (failure != kAXErrorSuccess)
         return 0;
-    DBusMessage* message = dbus_message_new_method_call(busName().constData(), ATSPI_OBJECT(element)->path,
-                                                        "org.a11y.atspi.Accessible", "GetInterfaces");
-    DBusError error;
-    dbus_error_init(&error);
-    QElapsedTimer timer;
-    timer.start();
-    // The application's own connection, which libatspi opens straight to it where it can.
-    const AtspiApplication* application = ATSPI_OBJECT(element)->app;
-    DBusConnection* bus = application && application->bus ? application->bus : atspi_get_a11y_bus();
-    DBusMessage* reply =
-        message ? dbus_connection_send_with_reply_and_block(bus, message, replyTimeoutMs, &error) : nullptr;
-    if (message)
-        dbus_message_unref(message);
-    if (!reply) {
-        const QString text =
-            QString::fromUtf8(error.name) + QLatin1Char(' ') + QString::fromUtf8(error.message);
-        dbus_error_free(&error);
-        failure = isTimeout(text, timer.elapsed()) ? kAXErrorCannotComplete : kAXErrorInvalidUIElement;
+    // libatspi would wait for the bus's own 25 s time-out when an application hangs.
+    AXError error = kAXErrorSuccess;
+    DBusMessage* reply = atspiCallAndWait(element, "GetInterfaces", &error);
+    const std::optional<quint32> answered = atspiInterfacesOfReply(reply);
+    if (reply)
+        dbus_message_unref(reply);
+    if (!answered) {
+        failure = error == kAXErrorCannotComplete ? error : kAXErrorInvalidUIElement;
         return 0;
     }
-    quint32 bits = 0;
-    DBusMessageIter iterator;
-    if (dbus_message_iter_init(reply, &iterator) &&
-        dbus_message_iter_get_arg_type(&iterator) == DBUS_TYPE_ARRAY) {
-        DBusMessageIter names;
-        dbus_message_iter_recurse(&iterator, &names);
-        while (dbus_message_iter_get_arg_type(&names) == DBUS_TYPE_STRING) {
-            const char* name = nullptr;
-            dbus_message_iter_get_basic(&names, &name);
-            bits |= interfaceBit(name);
-            dbus_message_iter_next(&names);
-        }
-    }
-    dbus_message_unref(reply);
+    const quint32 bits = *answered;
     knownInterfaces = bits;
     if (interfaceCache)
         (*interfaceCache)[key()].interfaces = bits;
@@ -200,6 +172,8 @@ AtspiRole AtspiReader::role() {
         if (cached != interfaceCache->constEnd() && !cached->roleExpiry.hasExpired())
             return *(knownRole = cached->role);
     }
+    if (const AtspiBatchedElement* batched = inBatch(); batched && batched->role)
+        return *(knownRole = batched->role);
     const AtspiRole answered = call([&](GError** e) { return atspi_accessible_get_role(element, e); });
     if (failure != kAXErrorSuccess)
         return ATSPI_ROLE_INVALID;
@@ -229,6 +203,8 @@ bool AtspiReader::isWindow() {
 
 bool AtspiReader::hasState(AtspiStateType state) {
     if (!states) {
+        if (const AtspiBatchedElement* batched = inBatch(); batched && batched->states)
+            return state < 64 && (*batched->states >> state) & 1;
         // The state set comes without an error; only the time tells a hung application.
         states.reset(call([&](GError**) { return atspi_accessible_get_state_set(element); }));
         if (!states)
@@ -255,18 +231,26 @@ QString AtspiReader::axRole() {
 }
 
 QString AtspiReader::name() {
+    if (const AtspiBatchedElement* batched = inBatch(); batched && batched->name)
+        return *batched->name;
     return takeString(call([&](GError** e) { return atspi_accessible_get_name(element, e); }));
 }
 
 QString AtspiReader::description() {
+    if (const AtspiBatchedElement* batched = inBatch(); batched && batched->description)
+        return *batched->description;
     return takeString(call([&](GError** e) { return atspi_accessible_get_description(element, e); }));
 }
 
 QString AtspiReader::localizedRoleName() {
+    if (const AtspiBatchedElement* batched = inBatch(); batched && batched->localizedRoleName)
+        return *batched->localizedRoleName;
     return takeString(call([&](GError** e) { return atspi_accessible_get_localized_role_name(element, e); }));
 }
 
 QString AtspiReader::accessibleId() {
+    if (const AtspiBatchedElement* batched = inBatch(); batched && batched->accessibleId)
+        return *batched->accessibleId;
     return takeString(call([&](GError** e) { return atspi_accessible_get_accessible_id(element, e); }));
 }
 
@@ -287,10 +271,16 @@ std::optional<CGRect> AtspiReader::frame(bool* hasComponent) {
     return offScreen ? std::nullopt : std::optional<CGRect>(frame);
 }
 
-std::optional<Value> AtspiReader::value() {
+bool AtspiReader::hasValue() {
     const AtspiRole own = role();
-    if (failure != kAXErrorSuccess)
+    return failure == kAXErrorSuccess &&
+           (isCheckable(own) || (isNumeric(own) && hasInterface(kAtspiValue)) || hasInterface(kAtspiText));
+}
+
+std::optional<Value> AtspiReader::value() {
+    if (!hasValue())
         return std::nullopt;
+    const AtspiRole own = role();
     Value result;
     if (isCheckable(own)) {
         result.kind = Value::Kind::Integer;
@@ -303,8 +293,6 @@ std::optional<Value> AtspiReader::value() {
             call([&](GError** e) { return atspi_value_get_current_value(ATSPI_VALUE(element), e); });
         return result;
     }
-    if (!hasInterface(kAtspiText))
-        return std::nullopt;
     result.kind = Value::Kind::String;
     result.text =
         takeString(call([&](GError** e) { return atspi_text_get_text(ATSPI_TEXT(element), 0, -1, e); }));
@@ -315,7 +303,42 @@ int AtspiReader::childCount() {
     return call([&](GError** e) { return atspi_accessible_get_child_count(element, e); });
 }
 
+AtspiBatchedElement* AtspiReader::inBatch() const {
+    AtspiReadBatch* batch = AtspiReadBatch::current();
+    return batch && failure == kAXErrorSuccess ? batch->find(key()) : nullptr;
+}
+
+bool AtspiReader::isDesktop() const {
+    return busName() == QByteArrayLiteral("org.a11y.atspi.Registry");
+}
+
 std::vector<AccessibleRef> AtspiReader::children() {
+    AtspiReadBatch* batch = AtspiReadBatch::current();
+    if (!batch || failure != kAXErrorSuccess)
+        return readChildren();
+    if (const AtspiBatchedElement* batched = batch->find(key()); batched && batched->children)
+        return copiesOf(*batched->children);
+    std::vector<AccessibleRef> result = readChildren();
+    // The applications are not read ahead: of them only the bus name and process matter.
+    if (failure == kAXErrorSuccess && !isDesktop())
+        adoptFailure(batch->readAhead(element, result, interfaceCache));
+    if (failure != kAXErrorSuccess)
+        return {};
+    batch->entry(key()).children = copiesOf(result);
+    return result;
+}
+
+std::vector<AccessibleRef> AtspiReader::readChildren() {
+    if (failure != kAXErrorSuccess)
+        return {};
+    AXError error = kAXErrorSuccess;
+    std::optional<std::vector<AccessibleRef>> all = atspiChildrenInOneCall(element, &error);
+    adoptFailure(error);
+    if (failure != kAXErrorSuccess)
+        return {};
+    if (all)
+        return std::move(*all);
+    // A toolkit without GetChildren: child by child.
     std::vector<AccessibleRef> result;
     const int count = childCount();
     for (int i = 0; i < count && failure == kAXErrorSuccess; ++i) {
@@ -330,25 +353,38 @@ std::vector<AccessibleRef> AtspiReader::children() {
 }
 
 std::vector<AccessibleRef> AtspiReader::shownChildren() {
-    if (hasInterface(kAtspiCollection))
-        return matchesWithState(ATSPI_STATE_SHOWING, 0, false);
-    std::vector<AccessibleRef> result = children();
-    result.erase(std::remove_if(result.begin(), result.end(),
-                                [&](const AccessibleRef& child) {
-                                    AtspiReader reader(child.get());
-                                    const bool shown = reader.hasState(ATSPI_STATE_SHOWING);
-                                    adopt(reader);
-                                    return !shown;
-                                }),
-                 result.end());
+    AtspiReadBatch* batch = failure == kAXErrorSuccess ? AtspiReadBatch::current() : nullptr;
+    if (const AtspiBatchedElement* batched = inBatch(); batched && batched->shownChildren)
+        return copiesOf(*batched->shownChildren);
+    std::vector<AccessibleRef> result;
+    if (hasInterface(kAtspiCollection)) {
+        result = matchesWithState(ATSPI_STATE_SHOWING, 0, false);
+        if (batch && failure == kAXErrorSuccess)
+            adoptFailure(batch->readAhead(element, result, interfaceCache));
+    } else {
+        // In a batch, the states come with the children.
+        result = children();
+        result.erase(std::remove_if(result.begin(), result.end(),
+                                    [&](const AccessibleRef& child) {
+                                        AtspiReader reader(child.get());
+                                        const bool shown = reader.hasState(ATSPI_STATE_SHOWING);
+                                        adopt(reader);
+                                        return !shown;
+                                    }),
+                     result.end());
+    }
     if (failure != kAXErrorSuccess)
-        result.clear();
+        return {};
+    if (batch)
+        batch->entry(key()).shownChildren = copiesOf(result);
     return result;
 }
 
 AccessibleRef AtspiReader::parent() {
     if (isApplication())
         return nullptr;
+    if (const AtspiBatchedElement* batched = inBatch(); batched && batched->parent)
+        return retained(batched->parent.get());
     return AccessibleRef(call([&](GError** e) { return atspi_accessible_get_parent(element, e); }));
 }
 
@@ -431,6 +467,11 @@ AccessibleRef AtspiReader::childAtPoint(CGPoint point) {
         return atspi_component_get_accessible_at_point(ATSPI_COMPONENT(element), gint(point.x), gint(point.y),
                                                        ATSPI_COORD_TYPE_SCREEN, e);
     }));
+}
+
+void AtspiReader::adoptFailure(AXError error) {
+    if (failure == kAXErrorSuccess)
+        failure = error;
 }
 
 void AtspiReader::adopt(const AtspiReader& other) {

@@ -36,6 +36,8 @@ template <typename T> using GRef = std::unique_ptr<T, GObjectUnref>;
 using AccessibleRef = GRef<AtspiAccessible>;
 
 AccessibleRef retained(AtspiAccessible* accessible);
+std::vector<AccessibleRef> copiesOf(const std::vector<AccessibleRef>& accessibles);
+struct AtspiBatchedElement;
 
 // The interfaces of elements, which never change, by bus name and path. A provider keeps one for
 // the elements it knows.
@@ -99,6 +101,8 @@ public:
     // "AXValue": a check state for checkable roles, the current number of a Value, the text of
     // a Text; nullopt when the element has none of them.
     std::optional<VirtualDesktopModel::Value> value();
+    // Whether value() has one to give, told by the role and the interfaces without reading it.
+    bool hasValue();
 
     int childCount();
     // Every child, as the toolkit lists them.
@@ -140,12 +144,21 @@ public:
 
     // Takes over a hung application from the reader of another element of it.
     void adopt(const AtspiReader& other);
+    // Stops the reader with error, unless it has stopped already.
+    void adoptFailure(AXError error);
 
 private:
     // Runs one call unless the reader has stopped.
     template <typename Call> auto call(Call function) -> decltype(function(nullptr));
 
     quint32 interfaces();
+    // What the thread's open batch of reads knows of the element; null outside a batch, when it
+    // knows nothing, or once the reader has stopped.
+    AtspiBatchedElement* inBatch() const;
+    // The registry's root, whose children are the applications.
+    bool isDesktop() const;
+    // The children, read from the toolkit in one call where it answers one.
+    std::vector<AccessibleRef> readChildren();
     AccessibleRef searchFocused();
     // The elements below this one with the state, found by the application (Collection): `count`
     // of them at most (0: all), among the children only or in the whole subtree (`traverse`).

@@ -178,6 +178,14 @@ AXError AXUIElementPerformAction(AXUIElementRef element, CFStringRef action) {
     });
 }
 
+AXReadBatch::AXReadBatch() : provider(activeAccessibilityProvider()) {
+    provider->beginReadBatch();
+}
+
+AXReadBatch::~AXReadBatch() {
+    provider->endReadBatch();
+}
+
 AXError AXUIElementGetPid(AXUIElementRef element, pid_t* pid) {
     countPlatformCall(PlatformCall::AXUIElementGetPid);
     if (!pid)

@@ -16,6 +16,8 @@
 
 #include <sys/types.h>
 
+#include <memory>
+
 // A handle on one element of one application. Two handles are the same element when CFEqual
 // says so; they are never compared by address.
 typedef const struct __AXUIElement* AXUIElementRef;
@@ -62,3 +64,18 @@ Boolean AXAPIEnabled(void);
 extern const CFStringRef kAXTrustedCheckOptionPrompt;
 
 } // extern "C"
+
+// Not Apple's: marks the reads that the calling thread makes while it lives as one walk through
+// the hierarchy (a resolution), which the provider may answer from what it read in bulk earlier
+// in the same walk. Apple's framework keeps no such thing; there it is an empty class.
+class AXReadBatch {
+public:
+    AXReadBatch();
+    ~AXReadBatch();
+    AXReadBatch(const AXReadBatch&) = delete;
+    AXReadBatch& operator=(const AXReadBatch&) = delete;
+
+private:
+    // The provider that the batch began on ends it, whichever is active by then.
+    std::shared_ptr<class AccessibilityProvider> provider;
+};

@@ -99,6 +99,11 @@ public:
     // of that application.
     virtual AXError elementAtPosition(const Element& scope, CGPoint point, Element* hit) = 0;
     virtual AXError windowOfElement(const Element& element, CGWindowID* windowID) = 0;
+    // Reads that belong together, made by the calling thread between the two calls (batches
+    // nest; the outermost decides): within one, a provider may answer from what it read earlier
+    // in the same batch, and read ahead what the walk is going to ask. The defaults do nothing.
+    virtual void beginReadBatch() {}
+    virtual void endReadBatch() {}
 
     // The window server's view: every window, frontmost first.
     virtual CGError windowList(QList<WindowInfo>* windows) = 0;

@@ -1,0 +1,383 @@
+#include "AtspiReadBatch.h"
+
+#include <QElapsedTimer>
+#include <QMutex>
+#include <QSet>
+
+#include <cstring>
+
+// libatspi's own way from a reference in a reply to its object, shared with every element it
+// makes: exported by every libatspi of the 2.x series, though no header of it declares it.
+extern "C" AtspiAccessible* _atspi_dbus_consume_accessible(DBusMessageIter* iter);
+
+namespace {
+
+thread_local AtspiReadBatch* openBatch = nullptr;
+
+constexpr const char accessibleInterface[] = "org.a11y.atspi.Accessible";
+
+using MessageRef = std::unique_ptr<DBusMessage, void (*)(DBusMessage*)>;
+
+MessageRef owned(DBusMessage* message) {
+    return MessageRef(message, [](DBusMessage* m) {
+        if (m)
+            dbus_message_unref(m);
+    });
+}
+
+DBusMessage* newCall(AtspiAccessible* element, const char* interface, const char* method) {
+    const AtspiApplication* application = ATSPI_OBJECT(element)->app;
+    return dbus_message_new_method_call(application ? application->bus_name : nullptr,
+                                        ATSPI_OBJECT(element)->path, interface, method);
+}
+
+// A property read: org.freedesktop.DBus.Properties.Get of the Accessible interface.
+DBusMessage* newPropertyRead(AtspiAccessible* element, const char* property) {
+    DBusMessage* message = newCall(element, DBUS_INTERFACE_PROPERTIES, "Get");
+    const char* interface = accessibleInterface;
+    if (message && !dbus_message_append_args(message, DBUS_TYPE_STRING, &interface, DBUS_TYPE_STRING,
+                                             &property, DBUS_TYPE_INVALID)) {
+        dbus_message_unref(message);
+        return nullptr;
+    }
+    return message;
+}
+
+bool isErrorNamed(DBusMessage* reply, const char* name) {
+    return dbus_message_get_type(reply) == DBUS_MESSAGE_TYPE_ERROR && dbus_message_get_error_name(reply) &&
+           std::strcmp(dbus_message_get_error_name(reply), name) == 0;
+}
+
+// The applications (bus names) whose toolkit does not have the accessible id: a toolkit's
+// properties do not change while it runs, and a bus daemon gives no name twice.
+class BusesWithoutAccessibleId {
+public:
+    bool contains(const QByteArray& busName) {
+        QMutexLocker locker(&mutex);
+        return names.contains(busName);
+    }
+    void insert(const QByteArray& busName) {
+        QMutexLocker locker(&mutex);
+        names.insert(busName);
+    }
+
+private:
+    QMutex mutex;
+    QSet<QByteArray> names;
+};
+
+BusesWithoutAccessibleId& busesWithoutAccessibleId() {
+    static BusesWithoutAccessibleId buses;
+    return buses;
+}
+
+// The error of a toolkit that does not have the property asked for, of an element that answers.
+bool lacksProperty(DBusMessage* reply) {
+    return reply &&
+           (isErrorNamed(reply, DBUS_ERROR_UNKNOWN_INTERFACE) ||
+            isErrorNamed(reply, DBUS_ERROR_UNKNOWN_PROPERTY) || isErrorNamed(reply, DBUS_ERROR_INVALID_ARGS));
+}
+
+// The first argument of a reply, entered where it is a variant (a property's value).
+bool firstArgument(DBusMessage* reply, DBusMessageIter* argument, int type) {
+    if (!reply || dbus_message_get_type(reply) != DBUS_MESSAGE_TYPE_METHOD_RETURN ||
+        !dbus_message_iter_init(reply, argument))
+        return false;
+    if (dbus_message_iter_get_arg_type(argument) == DBUS_TYPE_VARIANT) {
+        DBusMessageIter outer = *argument;
+        dbus_message_iter_recurse(&outer, argument);
+    }
+    return dbus_message_iter_get_arg_type(argument) == type;
+}
+
+std::optional<QString> stringOf(DBusMessage* reply) {
+    DBusMessageIter argument;
+    if (!firstArgument(reply, &argument, DBUS_TYPE_STRING))
+        return std::nullopt;
+    const char* text = nullptr;
+    dbus_message_iter_get_basic(&argument, &text);
+    return QString::fromUtf8(text);
+}
+
+std::optional<quint32> uintOf(DBusMessage* reply) {
+    DBusMessageIter argument;
+    if (!firstArgument(reply, &argument, DBUS_TYPE_UINT32))
+        return std::nullopt;
+    dbus_uint32_t number = 0;
+    dbus_message_iter_get_basic(&argument, &number);
+    return number;
+}
+
+// Calls `each` with every item of the array that is the reply's first argument, as long as
+// the items are of `itemType`; false when the reply holds no array.
+template <typename Each> bool forEachInArray(DBusMessage* reply, int itemType, Each each) {
+    DBusMessageIter argument;
+    if (!firstArgument(reply, &argument, DBUS_TYPE_ARRAY))
+        return false;
+    DBusMessageIter items;
+    dbus_message_iter_recurse(&argument, &items);
+    for (; dbus_message_iter_get_arg_type(&items) == itemType; dbus_message_iter_next(&items))
+        each(items);
+    return true;
+}
+
+// A state set goes over the bus as two 32-bit words.
+std::optional<quint64> statesOf(DBusMessage* reply) {
+    quint64 states = 0;
+    int shift = 0;
+    const bool read = forEachInArray(reply, DBUS_TYPE_UINT32, [&](DBusMessageIter& item) {
+        dbus_uint32_t word = 0;
+        dbus_message_iter_get_basic(&item, &word);
+        if (shift < 64)
+            states |= quint64(word) << shift;
+        shift += 32;
+    });
+    return read ? std::optional<quint64>(states) : std::nullopt;
+}
+
+// Calls sent together and awaited together: the replies of all take one round trip.
+class Pipeline {
+public:
+    ~Pipeline() {
+        for (DBusPendingCall* call : pending)
+            if (call)
+                dbus_pending_call_unref(call);
+    }
+
+    // The index of the call's reply; the call takes over the message.
+    int send(AtspiAccessible* element, DBusMessage* message) {
+        DBusPendingCall* call = nullptr;
+        if (message) {
+            if (!dbus_connection_send_with_reply(atspiConnectionOf(element), message, &call,
+                                                 AtspiReader::replyTimeoutMs))
+                call = nullptr;
+            dbus_message_unref(message);
+        }
+        pending.push_back(call);
+        return int(pending.size()) - 1;
+    }
+
+    // Awaits every reply: kAXErrorCannotComplete when any of them did not come in time.
+    AXError await() {
+        bool late = false;
+        for (DBusPendingCall* call : pending) {
+            replies.push_back(owned(nullptr));
+            if (!call)
+                continue;
+            dbus_pending_call_block(call);
+            replies.back() = owned(dbus_pending_call_steal_reply(call));
+            late = late || (replies.back() && isErrorNamed(replies.back().get(), DBUS_ERROR_NO_REPLY));
+        }
+        return late ? kAXErrorCannotComplete : kAXErrorSuccess;
+    }
+
+    // Null for a call that failed or was not asked.
+    DBusMessage* reply(int index) const {
+        return index >= 0 && std::size_t(index) < replies.size() ? replies[std::size_t(index)].get()
+                                                                 : nullptr;
+    }
+
+private:
+    std::vector<DBusPendingCall*> pending;
+    std::vector<MessageRef> replies;
+};
+
+// The children in a reply of GetChildren; nullopt for any other reply.
+std::optional<std::vector<AccessibleRef>> childrenOfReply(DBusMessage* reply) {
+    if (!reply || std::strcmp(dbus_message_get_signature(reply), "a(so)") != 0)
+        return std::nullopt;
+    std::vector<AccessibleRef> children;
+    forEachInArray(reply, DBUS_TYPE_STRUCT, [&](DBusMessageIter& item) {
+        // Null for the toolkit's null reference.
+        DBusMessageIter reference = item;
+        if (AtspiAccessible* child = _atspi_dbus_consume_accessible(&reference))
+            children.emplace_back(child);
+    });
+    return children;
+}
+
+} // namespace
+
+DBusConnection* atspiConnectionOf(AtspiAccessible* element) {
+    const AtspiApplication* application = ATSPI_OBJECT(element)->app;
+    return application && application->bus ? application->bus : atspi_get_a11y_bus();
+}
+
+AtspiReadBatch* AtspiReadBatch::current() {
+    return openBatch;
+}
+
+void AtspiReadBatch::open() {
+    if (!openBatch)
+        openBatch = new AtspiReadBatch;
+    ++openBatch->depth;
+}
+
+void AtspiReadBatch::close() {
+    if (openBatch && --openBatch->depth == 0) {
+        delete openBatch;
+        openBatch = nullptr;
+    }
+}
+
+AtspiBatchedElement* AtspiReadBatch::find(const QByteArray& key) {
+    auto found = elements.find(key);
+    return found == elements.end() ? nullptr : &found->second;
+}
+
+AXError AtspiReadBatch::readAhead(AtspiAccessible* parent, const std::vector<AccessibleRef>& children,
+                                  AtspiInterfaceCache* interfaces) {
+    return readAhead({{parent, &children}}, interfaces);
+}
+
+AXError AtspiReadBatch::readAhead(const std::vector<ChildList>& lists, AtspiInterfaceCache* interfaces) {
+    struct Asked {
+        AtspiAccessible* parent;
+        QByteArray key;
+        QByteArray bus;
+        int role = -1, name = -1, description = -1, localizedRoleName = -1, accessibleId = -1, states = -1,
+            interfaces = -1;
+    };
+    Pipeline pipeline;
+    std::vector<Asked> asked;
+    for (const ChildList& list : lists) {
+        for (const AccessibleRef& child : *list.children) {
+            AtspiAccessible* element = child.get();
+            const AtspiReader reader(element);
+            Asked a{list.parent, reader.key(), reader.busName()};
+            const AtspiBatchedElement& known = entry(a.key);
+            const auto send = [&](DBusMessage* message) { return pipeline.send(element, message); };
+            if (!known.role)
+                a.role = send(newCall(element, accessibleInterface, "GetRole"));
+            if (!known.name)
+                a.name = send(newPropertyRead(element, "Name"));
+            if (!known.description)
+                a.description = send(newPropertyRead(element, "Description"));
+            if (!known.localizedRoleName)
+                a.localizedRoleName = send(newCall(element, accessibleInterface, "GetLocalizedRoleName"));
+            if (!known.accessibleId && !busesWithoutAccessibleId().contains(a.bus))
+                a.accessibleId = send(newPropertyRead(element, "AccessibleId"));
+            if (!known.states)
+                a.states = send(newCall(element, accessibleInterface, "GetState"));
+            if (!known.interfaces && !(interfaces && interfaces->value(a.key).interfaces))
+                a.interfaces = send(newCall(element, accessibleInterface, "GetInterfaces"));
+            asked.push_back(std::move(a));
+        }
+    }
+    const AXError result = pipeline.await();
+    for (const Asked& a : asked) {
+        AtspiBatchedElement& known = entry(a.key);
+        if (!known.parent && a.parent)
+            known.parent = retained(a.parent);
+        if (const std::optional<quint32> role = uintOf(pipeline.reply(a.role)))
+            known.role = AtspiRole(*role);
+        if (std::optional<QString> text = stringOf(pipeline.reply(a.name)))
+            known.name = std::move(text);
+        if (std::optional<QString> text = stringOf(pipeline.reply(a.description)))
+            known.description = std::move(text);
+        if (std::optional<QString> text = stringOf(pipeline.reply(a.localizedRoleName)))
+            known.localizedRoleName = std::move(text);
+        if (std::optional<QString> text = stringOf(pipeline.reply(a.accessibleId)))
+            known.accessibleId = std::move(text);
+        else if (a.accessibleId < 0 && !known.accessibleId) // asked no more of this application
+            known.accessibleId = QString();
+        else if (known.role && lacksProperty(pipeline.reply(a.accessibleId))) {
+            // A toolkit older than the property (Qt 6.4 calls it an unknown interface): no id.
+            known.accessibleId = QString();
+            busesWithoutAccessibleId().insert(a.bus);
+        }
+        if (const std::optional<quint64> states = statesOf(pipeline.reply(a.states)))
+            known.states = states;
+        if (const std::optional<quint32> bits = atspiInterfacesOfReply(pipeline.reply(a.interfaces))) {
+            known.interfaces = bits;
+            if (interfaces)
+                (*interfaces)[a.key].interfaces = bits;
+        }
+    }
+    return result;
+}
+
+AXError AtspiReadBatch::readChildrenAhead(const std::vector<AtspiAccessible*>& parents,
+                                          AtspiInterfaceCache* interfaces) {
+    Pipeline pipeline;
+    std::vector<std::pair<AtspiAccessible*, int>> asked;
+    for (AtspiAccessible* parent : parents) {
+        AtspiBatchedElement* known = find(AtspiReader(parent).key());
+        if (!known || !known->children)
+            asked.emplace_back(parent,
+                               pipeline.send(parent, newCall(parent, accessibleInterface, "GetChildren")));
+    }
+    const AXError result = pipeline.await();
+    std::vector<ChildList> lists;
+    for (const auto& [parent, reply] : asked) {
+        // A toolkit without GetChildren is left to the reader, which reads its children one by one.
+        if (std::optional<std::vector<AccessibleRef>> children = childrenOfReply(pipeline.reply(reply))) {
+            AtspiBatchedElement& known = entry(AtspiReader(parent).key());
+            known.children = std::move(children);
+            lists.push_back({parent, &*known.children});
+        }
+    }
+    const AXError fields = readAhead(lists, interfaces);
+    return result != kAXErrorSuccess ? result : fields;
+}
+
+std::optional<quint32> atspiInterfacesOfReply(DBusMessage* reply) {
+    static const struct {
+        const char* name;
+        AtspiInterface bit;
+    } known[] = {{"org.a11y.atspi.Component", kAtspiComponent},
+                 {"org.a11y.atspi.Action", kAtspiAction},
+                 {"org.a11y.atspi.Value", kAtspiValue},
+                 {"org.a11y.atspi.Text", kAtspiText},
+                 {"org.a11y.atspi.EditableText", kAtspiEditableText},
+                 {"org.a11y.atspi.Collection", kAtspiCollection}};
+    quint32 bits = 0;
+    const bool read = forEachInArray(reply, DBUS_TYPE_STRING, [&](DBusMessageIter& item) {
+        const char* name = nullptr;
+        dbus_message_iter_get_basic(&item, &name);
+        for (const auto& entry : known)
+            if (std::strcmp(entry.name, name) == 0)
+                bits |= entry.bit;
+    });
+    if (!read)
+        return std::nullopt;
+    return bits;
+}
+
+DBusMessage* atspiCallAndWait(AtspiAccessible* element, const char* method, AXError* failure) {
+    *failure = kAXErrorSuccess;
+    DBusMessage* message = newCall(element, accessibleInterface, method);
+    if (!message) {
+        *failure = kAXErrorInvalidUIElement;
+        return nullptr;
+    }
+    DBusError error;
+    dbus_error_init(&error);
+    QElapsedTimer timer;
+    timer.start();
+    DBusMessage* reply = dbus_connection_send_with_reply_and_block(atspiConnectionOf(element), message,
+                                                                   AtspiReader::replyTimeoutMs, &error);
+    dbus_message_unref(message);
+    if (reply)
+        return reply;
+    const bool unknownMethod = error.name && std::strcmp(error.name, DBUS_ERROR_UNKNOWN_METHOD) == 0;
+    const bool late = timer.elapsed() >= AtspiReader::replyTimeoutMs ||
+                      (error.name && (std::strcmp(error.name, DBUS_ERROR_NO_REPLY) == 0 ||
+                                      std::strcmp(error.name, DBUS_ERROR_TIMEOUT) == 0));
+    dbus_error_free(&error);
+    *failure = unknownMethod ? kAXErrorAttributeUnsupported
+               : late        ? kAXErrorCannotComplete
+                             : kAXErrorInvalidUIElement;
+    return nullptr;
+}
+
+std::optional<std::vector<AccessibleRef>> atspiChildrenInOneCall(AtspiAccessible* element, AXError* failure) {
+    const MessageRef reply = owned(atspiCallAndWait(element, "GetChildren", failure));
+    if (*failure == kAXErrorAttributeUnsupported) {
+        *failure = kAXErrorSuccess;
+        return std::nullopt;
+    }
+    if (!reply)
+        return std::vector<AccessibleRef>();
+    return childrenOfReply(reply.get());
+}

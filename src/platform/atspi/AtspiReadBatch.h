@@ -1,0 +1,86 @@
+#pragma once
+
+// One walk's reads (AXReadBatch): while a batch is open on a thread, a child list read there
+// brings along, in one round trip for all the children, what matching asks of each of them:
+// role, name, description, localized role name, accessible id, states, and the interfaces that
+// are not known yet. Every call of that round trip is sent
+// before the first reply is awaited. The readers of the thread answer from the batch until it
+// ends, and a list read twice in it is read once. Nothing outlives the batch but the interfaces,
+// which never change.
+//
+// A read that the batch did not get (an error reply) is left to the reader, which asks again as
+// it would without a batch, so an answer is the same with or without one.
+
+#include "AtspiReader.h"
+
+#include <QByteArray>
+#include <QHashFunctions>
+#include <QString>
+
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+struct AtspiBatchedElement {
+    std::optional<AtspiRole> role;
+    std::optional<QString> name;
+    std::optional<QString> description;
+    std::optional<QString> localizedRoleName;
+    std::optional<QString> accessibleId;
+    std::optional<quint64> states; // bit n: AtspiStateType n
+    std::optional<quint32> interfaces;
+    // The element the child list was read from; null when not known.
+    AccessibleRef parent;
+    std::optional<std::vector<AccessibleRef>> children;
+    std::optional<std::vector<AccessibleRef>> shownChildren;
+};
+
+class AtspiReadBatch {
+public:
+    // The batch open on the calling thread, null when there is none.
+    static AtspiReadBatch* current();
+    // Opens the thread's batch, or nests in the open one; the outermost close ends it.
+    static void open();
+    static void close();
+
+    // What the batch knows of the element with this key (AtspiReader::key), null if nothing.
+    AtspiBatchedElement* find(const QByteArray& key);
+    AtspiBatchedElement& entry(const QByteArray& key) { return elements[key]; }
+
+    // Reads the fields above of each child of parent in one round trip. kAXErrorCannotComplete
+    // when the application let it time out; a child gone meanwhile is simply left unknown.
+    AXError readAhead(AtspiAccessible* parent, const std::vector<AccessibleRef>& children,
+                      AtspiInterfaceCache* interfaces);
+    struct ChildList {
+        AtspiAccessible* parent;
+        const std::vector<AccessibleRef>* children;
+    };
+    AXError readAhead(const std::vector<ChildList>& lists, AtspiInterfaceCache* interfaces);
+    // The children of each of the parents and their fields, in two round trips for all: the
+    // windows of every application, where their states tell which one is in front.
+    AXError readChildrenAhead(const std::vector<AtspiAccessible*>& parents, AtspiInterfaceCache* interfaces);
+
+private:
+    struct KeyHash {
+        std::size_t operator()(const QByteArray& key) const { return qHash(key); }
+    };
+    // Node-based: an entry stays where it is while others are added.
+    std::unordered_map<QByteArray, AtspiBatchedElement, KeyHash> elements;
+    int depth = 0;
+};
+
+// Every child of an element in one call (GetChildren), without libatspi's call per child.
+// nullopt when the toolkit does not answer it, so that the caller asks child by child;
+// `failure` tells a reply that never came (kAXErrorCannotComplete) or an element that is gone.
+std::optional<std::vector<AccessibleRef>> atspiChildrenInOneCall(AtspiAccessible* element, AXError* failure);
+
+// One call of the Accessible interface, awaited: the reply, or null with `failure` saying why:
+// kAXErrorAttributeUnsupported when the toolkit does not know the method, kAXErrorCannotComplete
+// when no reply came in time, kAXErrorInvalidUIElement for anything else (the element is gone).
+DBusMessage* atspiCallAndWait(AtspiAccessible* element, const char* method, AXError* failure);
+
+// The interfaces named in a reply of GetInterfaces; nullopt for any other reply.
+std::optional<quint32> atspiInterfacesOfReply(DBusMessage* reply);
+
+// An application's own connection, which libatspi opens straight to it where it can.
+DBusConnection* atspiConnectionOf(AtspiAccessible* element);
