@@ -69,7 +69,11 @@ private Q_SLOTS:
         QCOMPARE(applicationNameForIdentifier(factoryId, QString(), nullptr),
                  QStringLiteral("Widget Factory"));
         QCOMPARE(findApplicationByName(QStringLiteral("Widget Factory")), entry);
-        QCOMPARE(getPIDForProcessNameRunByCurrentUser("gtk3-widget-factory"), int(factoryPid));
+        // Other tests may run a widget factory of their own at the same time.
+        QList<int> factories;
+        getAllPIDsForProcessNameRunByCurrentUser(factories, "gtk3-widget-factory");
+        QVERIFY(factories.contains(int(factoryPid)));
+        QVERIFY(factories.contains(getPIDForProcessNameRunByCurrentUser("gtk3-widget-factory")));
     }
 
     // The front moves with the window manager's active window, and each move is told.
