@@ -1,13 +1,12 @@
 // Counts the D-Bus messages that a process sends, whatever library sends them: loaded with
 // LD_PRELOAD into the benchmark's walkers (ours and the Python ones), it wraps libdbus's three ways
-// of sending and its one way of waiting for a pending reply, and writes the count of method calls
-// that expect a reply to the file named by DBUS_CALL_COUNT_FILE at exit. Each such call is one
-// round trip. A wait is a call that holds the caller until the reply is in
-// (dbus_connection_send_with_reply_and_block, dbus_pending_call_block): with blocking callers,
-// the round trips on the critical path. libatspi talks to an application over a direct connection
-// where the application offers one, and there it sends with dbus_connection_send_with_reply and
-// then reads and dispatches until the reply is in: a call followed by
-// dbus_connection_read_write_dispatch, with no other send between, counts as a wait too.
+// of sending and its two ways of waiting for a reply, and writes the count of method calls that
+// expect a reply to the file named by DBUS_CALL_COUNT_FILE at exit. Each such call is one round
+// trip. A wait holds the caller until a reply is in: dbus_connection_send_with_reply_and_block,
+// and dbus_pending_call_block or dbus_connection_read_write_dispatch (libatspi's way on an
+// application's direct connection) after a call was sent with a pending reply. Calls sent one
+// after the other before the first wait share that wait, as their round trips overlap: the waits
+// are the round trips on the critical path.
 
 #include <dbus/dbus.h>
 #include <dlfcn.h>
@@ -29,7 +28,7 @@ std::atomic<unsigned long long> waits{0};
 std::mutex tallyMutex;
 std::map<std::string, unsigned long long> tally; // method calls that expect a reply, by name
 thread_local int depth = 0;             // libdbus may send or wait through one of these from inside another
-thread_local bool replyAwaited = false; // the last send was a call sent with a pending reply
+thread_local bool replyAwaited = false; // a call was sent with a pending reply since the last wait
 
 // "Member", or for a property read "Get Interface.Property", the interface without its
 // "org.a11y.atspi." prefix.
@@ -54,7 +53,7 @@ std::string callName(DBusMessage* message) {
 void count(DBusMessage* message, bool waiting, bool pending = false) {
     if (depth != 0 || !message)
         return;
-    replyAwaited = pending;
+    replyAwaited = replyAwaited || pending;
     ++messages;
     waits += waiting ? 1 : 0;
     if (dbus_message_get_type(message) != DBUS_MESSAGE_TYPE_METHOD_CALL || dbus_message_get_no_reply(message))
@@ -134,15 +133,13 @@ dbus_bool_t dbus_connection_send_with_reply(DBusConnection* connection, DBusMess
 DBusMessage* dbus_connection_send_with_reply_and_block(DBusConnection* connection, DBusMessage* message,
                                                        int timeout, DBusError* error) {
     count(message, true);
+    replyAwaited = false;
     return forward<decltype(dbus_connection_send_with_reply_and_block)>(
         "dbus_connection_send_with_reply_and_block", connection, message, timeout, error);
 }
 
 void dbus_pending_call_block(DBusPendingCall* pending) {
-    if (depth == 0) {
-        ++waits;
-        replyAwaited = false;
-    }
+    waits += depth == 0 && std::exchange(replyAwaited, false) ? 1 : 0;
     forward<decltype(dbus_pending_call_block)>("dbus_pending_call_block", pending);
 }
 
