@@ -192,6 +192,14 @@ void AtspiProvider::noteOutcome(const AtspiReader& reader) {
 
 std::vector<AccessibleRef> AtspiProvider::askableApplications() {
     AccessibleRef desktop(atspi_get_desktop(0));
+    if (AtspiReadBatch* batch = AtspiReadBatch::current()) {
+        // The windows of the applications known from before come with the list, in its round trip.
+        std::vector<AtspiAccessible*> lists{desktop.get()};
+        for (AtspiAccessible* application : std::as_const(applicationsByPid))
+            if (mayAsk(AtspiReader(application)))
+                lists.push_back(application);
+        batch->readChildLists(lists, nullptr);
+    }
     std::vector<AccessibleRef> applications = AtspiReader(desktop.get()).children();
     applications.erase(std::remove_if(applications.begin(), applications.end(),
                                       [&](const AccessibleRef& application) {

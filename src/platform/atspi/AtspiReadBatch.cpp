@@ -166,9 +166,14 @@ public:
                 continue;
             dbus_pending_call_block(call);
             replies.back() = owned(dbus_pending_call_steal_reply(call));
-            late = late || (replies.back() && isErrorNamed(replies.back().get(), DBUS_ERROR_NO_REPLY));
+            late = late || timedOut(int(replies.size()) - 1);
         }
         return late ? kAXErrorCannotComplete : kAXErrorSuccess;
+    }
+
+    bool timedOut(int index) const {
+        DBusMessage* answer = reply(index);
+        return answer && isErrorNamed(answer, DBUS_ERROR_NO_REPLY);
     }
 
     // Null for a call that failed or was not asked.
@@ -267,6 +272,8 @@ AXError AtspiReadBatch::readAhead(const std::vector<ChildList>& lists, AtspiInte
     const AXError result = pipeline.await();
     for (const Asked& a : asked) {
         AtspiBatchedElement& known = entry(a.key);
+        if (pipeline.timedOut(a.role))
+            known.failure = kAXErrorCannotComplete;
         if (!known.parent && a.parent)
             known.parent = retained(a.parent);
         if (const std::optional<quint32> role = uintOf(pipeline.reply(a.role)))
@@ -297,26 +304,37 @@ AXError AtspiReadBatch::readAhead(const std::vector<ChildList>& lists, AtspiInte
     return result;
 }
 
-AXError AtspiReadBatch::readChildrenAhead(const std::vector<AtspiAccessible*>& parents,
-                                          AtspiInterfaceCache* interfaces) {
+AXError AtspiReadBatch::readChildLists(const std::vector<AtspiAccessible*>& parents,
+                                       std::vector<ChildList>* lists) {
     Pipeline pipeline;
     std::vector<std::pair<AtspiAccessible*, int>> asked;
     for (AtspiAccessible* parent : parents) {
-        AtspiBatchedElement* known = find(AtspiReader(parent).key());
+        const AtspiBatchedElement* known = find(AtspiReader(parent).key());
         if (!known || !known->children)
             asked.emplace_back(parent,
                                pipeline.send(parent, newCall(parent, accessibleInterface, "GetChildren")));
     }
     const AXError result = pipeline.await();
-    std::vector<ChildList> lists;
     for (const auto& [parent, reply] : asked) {
+        AtspiBatchedElement& known = entry(AtspiReader(parent).key());
+        if (pipeline.timedOut(reply))
+            known.failure = kAXErrorCannotComplete;
         // A toolkit without GetChildren is left to the reader, which reads its children one by one.
-        if (std::optional<std::vector<AccessibleRef>> children = childrenOfReply(pipeline.reply(reply))) {
-            AtspiBatchedElement& known = entry(AtspiReader(parent).key());
+        else if (std::optional<std::vector<AccessibleRef>> children = childrenOfReply(pipeline.reply(reply)))
             known.children = std::move(children);
-            lists.push_back({parent, &*known.children});
-        }
     }
+    for (AtspiAccessible* parent : parents) {
+        const AtspiBatchedElement* known = lists ? find(AtspiReader(parent).key()) : nullptr;
+        if (known && known->children)
+            lists->push_back({parent, &*known->children});
+    }
+    return result;
+}
+
+AXError AtspiReadBatch::readChildrenAhead(const std::vector<AtspiAccessible*>& parents,
+                                          AtspiInterfaceCache* interfaces) {
+    std::vector<ChildList> lists;
+    const AXError result = readChildLists(parents, &lists);
     const AXError fields = readAhead(lists, interfaces);
     return result != kAXErrorSuccess ? result : fields;
 }

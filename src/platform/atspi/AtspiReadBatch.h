@@ -29,6 +29,9 @@ struct AtspiBatchedElement {
     std::optional<QString> accessibleId;
     std::optional<quint64> states; // bit n: AtspiStateType n
     std::optional<quint32> interfaces;
+    // kAXErrorCannotComplete once the application let a read of the batch time out: it is not
+    // asked again in the batch.
+    AXError failure = kAXErrorSuccess;
     // The element the child list was read from; null when not known.
     AccessibleRef parent;
     std::optional<std::vector<AccessibleRef>> children;
@@ -56,6 +59,10 @@ public:
         const std::vector<AccessibleRef>* children;
     };
     AXError readAhead(const std::vector<ChildList>& lists, AtspiInterfaceCache* interfaces);
+    // The children of each of the parents, in one round trip for all those not read yet; each
+    // list, read now or before, is added to lists.
+    // The application's list comes with the applications' own where those are already known.
+    AXError readChildLists(const std::vector<AtspiAccessible*>& parents, std::vector<ChildList>* lists);
     // The children of each of the parents and their fields, in two round trips for all: the
     // windows of every application, where their states tell which one is in front.
     AXError readChildrenAhead(const std::vector<AtspiAccessible*>& parents, AtspiInterfaceCache* interfaces);

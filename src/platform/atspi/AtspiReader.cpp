@@ -303,9 +303,14 @@ int AtspiReader::childCount() {
     return call([&](GError** e) { return atspi_accessible_get_child_count(element, e); });
 }
 
-AtspiBatchedElement* AtspiReader::inBatch() const {
+AtspiBatchedElement* AtspiReader::inBatch() {
     AtspiReadBatch* batch = AtspiReadBatch::current();
-    return batch && failure == kAXErrorSuccess ? batch->find(key()) : nullptr;
+    AtspiBatchedElement* batched = batch && failure == kAXErrorSuccess ? batch->find(key()) : nullptr;
+    if (batched && batched->failure != kAXErrorSuccess) {
+        failure = batched->failure;
+        return nullptr;
+    }
+    return batched;
 }
 
 bool AtspiReader::isDesktop() const {

@@ -153,8 +153,8 @@ private:
 
     quint32 interfaces();
     // What the thread's open batch of reads knows of the element; null outside a batch, when it
-    // knows nothing, or once the reader has stopped.
-    AtspiBatchedElement* inBatch() const;
+    // knows nothing, or once the reader has stopped (which a failure in the batch does).
+    AtspiBatchedElement* inBatch();
     // The registry's root, whose children are the applications.
     bool isDesktop() const;
     // The children, read from the toolkit in one call where it answers one.
