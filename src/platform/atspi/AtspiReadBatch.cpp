@@ -90,7 +90,9 @@ bool firstArgument(DBusMessage* reply, DBusMessageIter* argument, int type) {
     return dbus_message_iter_get_arg_type(argument) == type;
 }
 
-std::optional<QString> stringOf(DBusMessage* reply) {
+} // namespace
+
+std::optional<QString> atspiStringOfReply(DBusMessage* reply) {
     DBusMessageIter argument;
     if (!firstArgument(reply, &argument, DBUS_TYPE_STRING))
         return std::nullopt;
@@ -99,7 +101,7 @@ std::optional<QString> stringOf(DBusMessage* reply) {
     return QString::fromUtf8(text);
 }
 
-std::optional<quint32> uintOf(DBusMessage* reply) {
+std::optional<quint32> atspiUintOfReply(DBusMessage* reply) {
     DBusMessageIter argument;
     if (!firstArgument(reply, &argument, DBUS_TYPE_UINT32))
         return std::nullopt;
@@ -107,6 +109,8 @@ std::optional<quint32> uintOf(DBusMessage* reply) {
     dbus_message_iter_get_basic(&argument, &number);
     return number;
 }
+
+namespace {
 
 // Calls `each` with every item of the array that is the reply's first argument, as long as
 // the items are of `itemType`; false when the reply holds no array.
@@ -121,8 +125,10 @@ template <typename Each> bool forEachInArray(DBusMessage* reply, int itemType, E
     return true;
 }
 
+} // namespace
+
 // A state set goes over the bus as two 32-bit words.
-std::optional<quint64> statesOf(DBusMessage* reply) {
+std::optional<quint64> atspiStatesOfReply(DBusMessage* reply) {
     quint64 states = 0;
     int shift = 0;
     const bool read = forEachInArray(reply, DBUS_TYPE_UINT32, [&](DBusMessageIter& item) {
@@ -134,6 +140,8 @@ std::optional<quint64> statesOf(DBusMessage* reply) {
     });
     return read ? std::optional<quint64>(states) : std::nullopt;
 }
+
+namespace {
 
 // Calls sent together and awaited together: the replies of all take one round trip.
 class Pipeline {
@@ -276,15 +284,15 @@ AXError AtspiReadBatch::readAhead(const std::vector<ChildList>& lists, AtspiInte
             known.failure = kAXErrorCannotComplete;
         if (!known.parent && a.parent)
             known.parent = retained(a.parent);
-        if (const std::optional<quint32> role = uintOf(pipeline.reply(a.role)))
+        if (const std::optional<quint32> role = atspiUintOfReply(pipeline.reply(a.role)))
             known.role = AtspiRole(*role);
-        if (std::optional<QString> text = stringOf(pipeline.reply(a.name)))
+        if (std::optional<QString> text = atspiStringOfReply(pipeline.reply(a.name)))
             known.name = std::move(text);
-        if (std::optional<QString> text = stringOf(pipeline.reply(a.description)))
+        if (std::optional<QString> text = atspiStringOfReply(pipeline.reply(a.description)))
             known.description = std::move(text);
-        if (std::optional<QString> text = stringOf(pipeline.reply(a.localizedRoleName)))
+        if (std::optional<QString> text = atspiStringOfReply(pipeline.reply(a.localizedRoleName)))
             known.localizedRoleName = std::move(text);
-        if (std::optional<QString> text = stringOf(pipeline.reply(a.accessibleId)))
+        if (std::optional<QString> text = atspiStringOfReply(pipeline.reply(a.accessibleId)))
             known.accessibleId = std::move(text);
         else if (a.accessibleId < 0 && !known.accessibleId) // asked no more of this application
             known.accessibleId = QString();
@@ -293,7 +301,7 @@ AXError AtspiReadBatch::readAhead(const std::vector<ChildList>& lists, AtspiInte
             known.accessibleId = QString();
             busesWithoutAccessibleId().insert(a.bus);
         }
-        if (const std::optional<quint64> states = statesOf(pipeline.reply(a.states)))
+        if (const std::optional<quint64> states = atspiStatesOfReply(pipeline.reply(a.states)))
             known.states = states;
         if (const std::optional<quint32> bits = atspiInterfacesOfReply(pipeline.reply(a.interfaces))) {
             known.interfaces = bits;

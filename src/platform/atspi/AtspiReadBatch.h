@@ -86,7 +86,12 @@ std::optional<std::vector<AccessibleRef>> atspiChildrenInOneCall(AtspiAccessible
 // when no reply came in time, kAXErrorInvalidUIElement for anything else (the element is gone).
 DBusMessage* atspiCallAndWait(AtspiAccessible* element, const char* method, AXError* failure);
 
-// The interfaces named in a reply of GetInterfaces; nullopt for any other reply.
+// The readers of the applications' replies, each nullopt for a reply of another shape: a string
+// or a number (also as a property's variant), a state set, the interfaces named in a reply of
+// GetInterfaces.
+std::optional<QString> atspiStringOfReply(DBusMessage* reply);
+std::optional<quint32> atspiUintOfReply(DBusMessage* reply);
+std::optional<quint64> atspiStatesOfReply(DBusMessage* reply);
 std::optional<quint32> atspiInterfacesOfReply(DBusMessage* reply);
 
 // An application's own connection, which libatspi opens straight to it where it can.

@@ -204,7 +204,7 @@ bool AtspiReader::isWindow() {
 bool AtspiReader::hasState(AtspiStateType state) {
     if (!states) {
         if (const AtspiBatchedElement* batched = inBatch(); batched && batched->states)
-            return state < 64 && (*batched->states >> state) & 1;
+            return int(state) < 64 && (*batched->states >> int(state)) & 1;
         // The state set comes without an error; only the time tells a hung application.
         states.reset(call([&](GError**) { return atspi_accessible_get_state_set(element); }));
         if (!states)

@@ -1,0 +1,23 @@
+// The readers of the replies that applications send over the accessibility bus. libdbus checks
+// every message it receives against its signature; what it lets through is any well-formed
+// message, of any signature, and the readers must take each one without a fault.
+
+#include "atspi/AtspiReadBatch.h"
+
+#include <cstddef>
+#include <cstdint>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    DBusError error;
+    dbus_error_init(&error);
+    DBusMessage* reply = dbus_message_demarshal(reinterpret_cast<const char*>(data), int(size), &error);
+    dbus_error_free(&error);
+    if (!reply)
+        return 0;
+    (void)atspiStringOfReply(reply);
+    (void)atspiUintOfReply(reply);
+    (void)atspiStatesOfReply(reply);
+    (void)atspiInterfacesOfReply(reply);
+    dbus_message_unref(reply);
+    return 0;
+}
