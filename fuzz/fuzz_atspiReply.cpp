@@ -18,6 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     (void)atspiUintOfReply(reply);
     (void)atspiStatesOfReply(reply);
     (void)atspiInterfacesOfReply(reply);
+    (void)atspiItemsOfReply(reply);
     dbus_message_unref(reply);
     return 0;
 }

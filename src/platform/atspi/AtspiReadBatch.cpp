@@ -4,6 +4,7 @@
 #include <QMutex>
 #include <QSet>
 
+#include <algorithm>
 #include <cstring>
 
 // libatspi's own way from a reference in a reply to its object, shared with every element it
@@ -48,9 +49,9 @@ bool isErrorNamed(DBusMessage* reply, const char* name) {
            std::strcmp(dbus_message_get_error_name(reply), name) == 0;
 }
 
-// The applications (bus names) whose toolkit does not have the accessible id: a toolkit's
-// properties do not change while it runs, and a bus daemon gives no name twice.
-class BusesWithoutAccessibleId {
+// Applications (bus names) that a toolkit's trait sets apart: a toolkit's answers to a kind of
+// call do not change while it runs, and a bus daemon gives no name twice.
+class BusNames {
 public:
     bool contains(const QByteArray& busName) {
         QMutexLocker locker(&mutex);
@@ -66,8 +67,16 @@ private:
     QSet<QByteArray> names;
 };
 
-BusesWithoutAccessibleId& busesWithoutAccessibleId() {
-    static BusesWithoutAccessibleId buses;
+// Those whose toolkit does not have the accessible id.
+BusNames& busesWithoutAccessibleId() {
+    static BusNames buses;
+    return buses;
+}
+
+// Those whose tree does not come whole from Cache.GetItems: the toolkit has no such cache (Qt 6
+// answers an empty list), or an older form of it, or the tree is too large to read every tick.
+BusNames& busesWithoutItems() {
+    static BusNames buses;
     return buses;
 }
 
@@ -112,33 +121,107 @@ std::optional<quint32> atspiUintOfReply(DBusMessage* reply) {
 
 namespace {
 
-// Calls `each` with every item of the array that is the reply's first argument, as long as
-// the items are of `itemType`; false when the reply holds no array.
+// Calls `each` with every item of the array at `array`, as long as the items are of `itemType`.
+template <typename Each> void forEachIn(DBusMessageIter& array, int itemType, Each each) {
+    DBusMessageIter items;
+    dbus_message_iter_recurse(&array, &items);
+    for (; dbus_message_iter_get_arg_type(&items) == itemType; dbus_message_iter_next(&items))
+        each(items);
+}
+
+// The same for the array that is the reply's first argument; false when there is none.
 template <typename Each> bool forEachInArray(DBusMessage* reply, int itemType, Each each) {
     DBusMessageIter argument;
     if (!firstArgument(reply, &argument, DBUS_TYPE_ARRAY))
         return false;
-    DBusMessageIter items;
-    dbus_message_iter_recurse(&argument, &items);
-    for (; dbus_message_iter_get_arg_type(&items) == itemType; dbus_message_iter_next(&items))
-        each(items);
+    forEachIn(argument, itemType, each);
     return true;
 }
 
-} // namespace
-
 // A state set goes over the bus as two 32-bit words.
-std::optional<quint64> atspiStatesOfReply(DBusMessage* reply) {
+quint64 statesIn(DBusMessageIter& array) {
     quint64 states = 0;
     int shift = 0;
-    const bool read = forEachInArray(reply, DBUS_TYPE_UINT32, [&](DBusMessageIter& item) {
+    forEachIn(array, DBUS_TYPE_UINT32, [&](DBusMessageIter& item) {
         dbus_uint32_t word = 0;
         dbus_message_iter_get_basic(&item, &word);
         if (shift < 64)
             states |= quint64(word) << shift;
         shift += 32;
     });
-    return read ? std::optional<quint64>(states) : std::nullopt;
+    return states;
+}
+
+quint32 interfacesIn(DBusMessageIter& array) {
+    static const struct {
+        const char* name;
+        AtspiInterface bit;
+    } known[] = {{"org.a11y.atspi.Component", kAtspiComponent},
+                 {"org.a11y.atspi.Action", kAtspiAction},
+                 {"org.a11y.atspi.Value", kAtspiValue},
+                 {"org.a11y.atspi.Text", kAtspiText},
+                 {"org.a11y.atspi.EditableText", kAtspiEditableText},
+                 {"org.a11y.atspi.Collection", kAtspiCollection}};
+    quint32 bits = 0;
+    forEachIn(array, DBUS_TYPE_STRING, [&](DBusMessageIter& item) {
+        const char* name = nullptr;
+        dbus_message_iter_get_basic(&item, &name);
+        for (const auto& entry : known)
+            if (std::strcmp(entry.name, name) == 0)
+                bits |= entry.bit;
+    });
+    return bits;
+}
+
+} // namespace
+
+std::optional<std::vector<AtspiCacheItem>> atspiItemsOfReply(DBusMessage* reply) {
+    if (!reply || dbus_message_get_type(reply) != DBUS_MESSAGE_TYPE_METHOD_RETURN ||
+        std::strcmp(dbus_message_get_signature(reply), "a((so)(so)(so)iiassusau)") != 0)
+        return std::nullopt;
+    std::vector<AtspiCacheItem> items;
+    // The signature says what each field is.
+    forEachInArray(reply, DBUS_TYPE_STRUCT, [&](DBusMessageIter& entry) {
+        AtspiCacheItem item;
+        DBusMessageIter field;
+        dbus_message_iter_recurse(&entry, &field);
+        const auto basic = [&](auto* value) {
+            dbus_message_iter_get_basic(&field, value);
+            dbus_message_iter_next(&field);
+        };
+        item.self = field;
+        dbus_message_iter_next(&field);
+        dbus_message_iter_next(&field); // the application
+        item.parent = field;
+        dbus_message_iter_next(&field);
+        basic(&item.index);
+        basic(&item.childCount);
+        item.interfaces = interfacesIn(field);
+        dbus_message_iter_next(&field);
+        const char* text = nullptr;
+        basic(&text);
+        item.name = QString::fromUtf8(text);
+        basic(&item.role);
+        basic(&text);
+        item.description = QString::fromUtf8(text);
+        item.states = statesIn(field);
+        items.push_back(std::move(item));
+    });
+    return items;
+}
+
+std::optional<quint64> atspiStatesOfReply(DBusMessage* reply) {
+    DBusMessageIter argument;
+    if (!firstArgument(reply, &argument, DBUS_TYPE_ARRAY))
+        return std::nullopt;
+    return statesIn(argument);
+}
+
+std::optional<quint32> atspiInterfacesOfReply(DBusMessage* reply) {
+    DBusMessageIter argument;
+    if (!firstArgument(reply, &argument, DBUS_TYPE_ARRAY))
+        return std::nullopt;
+    return interfacesIn(argument);
 }
 
 namespace {
@@ -312,6 +395,82 @@ AXError AtspiReadBatch::readAhead(const std::vector<ChildList>& lists, AtspiInte
     return result;
 }
 
+void AtspiReadBatch::readItemsOnce(AtspiAccessible* element, AtspiInterfaceCache* interfaces) {
+    const AtspiReader reader(element);
+    const QByteArray bus = reader.busName();
+    if (itemsAsked.contains(bus) || busesWithoutItems().contains(bus))
+        return;
+    itemsAsked.insert(bus);
+    DBusMessage* call = dbus_message_new_method_call(bus.constData(), "/org/a11y/atspi/cache",
+                                                     "org.a11y.atspi.Cache", "GetItems");
+    Pipeline pipeline;
+    const int asked = pipeline.send(element, call);
+    if (pipeline.await() != kAXErrorSuccess) {
+        // The reader that wanted the tree stops here, as a reader of a hung application does.
+        entry(reader.key()).failure = kAXErrorCannotComplete;
+        return;
+    }
+    DBusMessage* reply = pipeline.reply(asked);
+    if (!reply || dbus_message_get_type(reply) == DBUS_MESSAGE_TYPE_ERROR)
+        return;
+    std::optional<std::vector<AtspiCacheItem>> items = atspiItemsOfReply(reply);
+    if (!items) {
+        busesWithoutItems().insert(bus);
+        return;
+    }
+    if (items->size() > maximumItems)
+        busesWithoutItems().insert(bus);
+    struct Sibling {
+        int index;
+        AtspiAccessible* element;
+    };
+    std::vector<AccessibleRef> held; // the items' elements, while the lists are built
+    QHash<QByteArray, int> childCounts;
+    QHash<QByteArray, std::vector<Sibling>> byParent;
+    for (AtspiCacheItem& item : *items) {
+        const AccessibleRef self(_atspi_dbus_consume_accessible(&item.self));
+        const AccessibleRef parent(_atspi_dbus_consume_accessible(&item.parent));
+        if (!self)
+            continue;
+        const QByteArray key = AtspiReader(self.get()).key();
+        AtspiBatchedElement& known = entry(key);
+        known.role = known.role.value_or(AtspiRole(item.role));
+        known.name = known.name.value_or(std::move(item.name));
+        known.description = known.description.value_or(std::move(item.description));
+        known.states = known.states.value_or(item.states);
+        known.interfaces = known.interfaces.value_or(item.interfaces);
+        if (interfaces)
+            (*interfaces)[key].interfaces = item.interfaces;
+        childCounts.insert(key, item.childCount);
+        if (parent) {
+            if (!known.parent)
+                known.parent = retained(parent.get());
+            byParent[AtspiReader(parent.get()).key()].push_back({item.index, self.get()});
+        }
+        held.push_back(retained(self.get()));
+    }
+    // A list counts only where the cache holds every child of its parent, each in its place: the
+    // toolkit leaves out the descendants of an element that manages them, and may add a new
+    // element a moment after it shows.
+    for (auto group = byParent.begin(); group != byParent.end(); ++group) {
+        std::vector<Sibling>& siblings = *group;
+        if (childCounts.value(group.key(), -1) != int(siblings.size()))
+            continue;
+        std::sort(siblings.begin(), siblings.end(),
+                  [](const Sibling& a, const Sibling& b) { return a.index < b.index; });
+        bool inPlace = true;
+        for (std::size_t i = 0; i < siblings.size(); ++i)
+            inPlace = inPlace && siblings[i].index == int(i);
+        AtspiBatchedElement& known = entry(group.key());
+        if (!inPlace || known.children)
+            continue;
+        std::vector<AccessibleRef> children;
+        for (const Sibling& sibling : siblings)
+            children.push_back(retained(sibling.element));
+        known.children = std::move(children);
+    }
+}
+
 AXError AtspiReadBatch::readChildLists(const std::vector<AtspiAccessible*>& parents,
                                        std::vector<ChildList>* lists) {
     Pipeline pipeline;
@@ -345,29 +504,6 @@ AXError AtspiReadBatch::readChildrenAhead(const std::vector<AtspiAccessible*>& p
     const AXError result = readChildLists(parents, &lists);
     const AXError fields = readAhead(lists, interfaces);
     return result != kAXErrorSuccess ? result : fields;
-}
-
-std::optional<quint32> atspiInterfacesOfReply(DBusMessage* reply) {
-    static const struct {
-        const char* name;
-        AtspiInterface bit;
-    } known[] = {{"org.a11y.atspi.Component", kAtspiComponent},
-                 {"org.a11y.atspi.Action", kAtspiAction},
-                 {"org.a11y.atspi.Value", kAtspiValue},
-                 {"org.a11y.atspi.Text", kAtspiText},
-                 {"org.a11y.atspi.EditableText", kAtspiEditableText},
-                 {"org.a11y.atspi.Collection", kAtspiCollection}};
-    quint32 bits = 0;
-    const bool read = forEachInArray(reply, DBUS_TYPE_STRING, [&](DBusMessageIter& item) {
-        const char* name = nullptr;
-        dbus_message_iter_get_basic(&item, &name);
-        for (const auto& entry : known)
-            if (std::strcmp(entry.name, name) == 0)
-                bits |= entry.bit;
-    });
-    if (!read)
-        return std::nullopt;
-    return bits;
 }
 
 DBusMessage* atspiCallAndWait(AtspiAccessible* element, const char* method, AXError* failure) {

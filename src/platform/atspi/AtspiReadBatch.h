@@ -15,6 +15,7 @@
 
 #include <QByteArray>
 #include <QHashFunctions>
+#include <QSet>
 #include <QString>
 
 #include <optional>
@@ -59,6 +60,15 @@ public:
         const std::vector<AccessibleRef>* children;
     };
     AXError readAhead(const std::vector<ChildList>& lists, AtspiInterfaceCache* interfaces);
+    // The whole tree of the element's application from its toolkit's cache (GTK's
+    // Cache.GetItems), once per application and batch: role, name, description, states,
+    // interfaces and parent of every element, and the children of every element whose children
+    // the cache holds all of. Nothing where the toolkit has no such cache.
+    void readItemsOnce(AtspiAccessible* element, AtspiInterfaceCache* interfaces);
+    // Past this many elements a tree is read level by level: reading it whole every tick would
+    // cost its application more than the levels do.
+    static constexpr int maximumItems = 5000;
+
     // The children of each of the parents, in one round trip for all those not read yet; each
     // list, read now or before, is added to lists.
     // The application's list comes with the applications' own where those are already known.
@@ -73,6 +83,7 @@ private:
     };
     // Node-based: an entry stays where it is while others are added.
     std::unordered_map<QByteArray, AtspiBatchedElement, KeyHash> elements;
+    QSet<QByteArray> itemsAsked; // bus names
     int depth = 0;
 };
 
@@ -93,6 +104,23 @@ std::optional<QString> atspiStringOfReply(DBusMessage* reply);
 std::optional<quint32> atspiUintOfReply(DBusMessage* reply);
 std::optional<quint64> atspiStatesOfReply(DBusMessage* reply);
 std::optional<quint32> atspiInterfacesOfReply(DBusMessage* reply);
+
+// One element of a toolkit's cache (Cache.GetItems). `self` and `parent` point at the references
+// in the reply, valid while it lives.
+struct AtspiCacheItem {
+    DBusMessageIter self;
+    DBusMessageIter parent;
+    qint32 index = 0; // among its parent's children
+    qint32 childCount = 0;
+    quint32 interfaces = 0;
+    QString name;
+    quint32 role = 0;
+    QString description;
+    quint64 states = 0;
+};
+// The items of a reply of GetItems in the form that the toolkits of at-spi2-core 2.x answer;
+// nullopt for any other reply.
+std::optional<std::vector<AtspiCacheItem>> atspiItemsOfReply(DBusMessage* reply);
 
 // An application's own connection, which libatspi opens straight to it where it can.
 DBusConnection* atspiConnectionOf(AtspiAccessible* element);

@@ -323,14 +323,30 @@ std::vector<AccessibleRef> AtspiReader::children() {
         return readChildren();
     if (const AtspiBatchedElement* batched = batch->find(key()); batched && batched->children)
         return copiesOf(*batched->children);
-    std::vector<AccessibleRef> result = readChildren();
     // The applications are not read ahead: of them only the bus name and process matter.
-    if (failure == kAXErrorSuccess && !isDesktop())
+    if (isDesktop()) {
+        std::vector<AccessibleRef> result = readChildren();
+        if (failure == kAXErrorSuccess)
+            batch->entry(key()).children = copiesOf(result);
+        return result;
+    }
+    const std::optional<std::vector<AccessibleRef>> fromTree = childrenFromTree();
+    std::vector<AccessibleRef> result = fromTree ? copiesOf(*fromTree) : readChildren();
+    if (failure == kAXErrorSuccess)
         adoptFailure(batch->readAhead(element, result, interfaceCache));
     if (failure != kAXErrorSuccess)
         return {};
     batch->entry(key()).children = copiesOf(result);
     return result;
+}
+
+std::optional<std::vector<AccessibleRef>> AtspiReader::childrenFromTree() {
+    AtspiReadBatch* batch = AtspiReadBatch::current();
+    if (!batch || failure != kAXErrorSuccess || isDesktop())
+        return std::nullopt;
+    batch->readItemsOnce(element, interfaceCache);
+    const AtspiBatchedElement* batched = inBatch();
+    return batched && batched->children ? std::optional(copiesOf(*batched->children)) : std::nullopt;
 }
 
 std::vector<AccessibleRef> AtspiReader::readChildren() {
@@ -362,8 +378,15 @@ std::vector<AccessibleRef> AtspiReader::shownChildren() {
     if (const AtspiBatchedElement* batched = inBatch(); batched && batched->shownChildren)
         return copiesOf(*batched->shownChildren);
     std::vector<AccessibleRef> result;
-    if (hasInterface(kAtspiCollection)) {
-        result = matchesWithState(ATSPI_STATE_SHOWING, 0, false);
+    const std::optional<std::vector<AccessibleRef>> fromTree = batch ? childrenFromTree() : std::nullopt;
+    if (fromTree || hasInterface(kAtspiCollection)) {
+        if (fromTree) {
+            for (const AccessibleRef& child : *fromTree)
+                if (AtspiReader(child.get()).hasState(ATSPI_STATE_SHOWING))
+                    result.push_back(retained(child.get()));
+        } else {
+            result = matchesWithState(ATSPI_STATE_SHOWING, 0, false);
+        }
         if (batch && failure == kAXErrorSuccess)
             adoptFailure(batch->readAhead(element, result, interfaceCache));
     } else {

@@ -159,6 +159,9 @@ private:
     bool isDesktop() const;
     // The children, read from the toolkit in one call where it answers one.
     std::vector<AccessibleRef> readChildren();
+    // In a batch, the children as the application's whole tree read at once gives them; nullopt
+    // where the toolkit has no such cache or does not hold all of them.
+    std::optional<std::vector<AccessibleRef>> childrenFromTree();
     AccessibleRef searchFocused();
     // The elements below this one with the state, found by the application (Collection): `count`
     // of them at most (0: all), among the children only or in the whole subtree (`traverse`).
