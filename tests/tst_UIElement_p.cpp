@@ -1,3 +1,4 @@
+#include "fixtureHandles.h"
 #include "platformTestSupport.h"
 #include "testSupport.h"
 
@@ -22,11 +23,7 @@ class tst_UIElement_p : public QObject, private VirtualDesktopTestBase {
 
     // A handle on a fixture element, at a point of it.
     NativeUIElement handle(const QString& id, QPoint point = QPoint(1, 1)) const {
-        NativeUIElement element;
-        element.setOSSpecificElementReference(
-            const_cast<void*>(static_cast<const void*>(desktop->copyElement(id))));
-        element.setScreenPosition(point);
-        return element;
+        return fixtureHandle(*desktop, id, point);
     }
 
     static QList<const UIElement_p*> chainOf(const UIElement_p& element) {

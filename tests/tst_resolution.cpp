@@ -1,3 +1,4 @@
+#include "fixtureHandles.h"
 #include "platformTestSupport.h"
 #include "testSupport.h"
 
@@ -25,12 +26,7 @@ class tst_resolution : public QObject, private VirtualDesktopTestBase {
 
     QJsonObject fixture;
 
-    NativeUIElement handle(const QString& id) const {
-        NativeUIElement element;
-        element.setOSSpecificElementReference(
-            const_cast<void*>(static_cast<const void*>(desktop->copyElement(id))));
-        return element;
-    }
+    NativeUIElement handle(const QString& id) const { return fixtureHandle(*desktop, id); }
     std::unique_ptr<UIElement_p> capture(const QString& id) const {
         return std::make_unique<UIElement_p>(handle(id));
     }

@@ -1,5 +1,6 @@
 #include "UIElementType.h"
 
+#include "UIElement.h"
 #include "ZRMetaTypeRegistrar.h"
 
 template class ZRMetaTypeObjectRegistrar<UIElementType>;
@@ -42,4 +43,24 @@ QString UIElementType::specialValue() const {
 
 void UIElementType::setSpecialValue(const QString& value) {
     addIdentifier(specialKey, value);
+}
+
+UIElementType* UIElementType::nullElementType() {
+    static UIElementType null;
+    return &null;
+}
+
+bool UIElementType::matchingElementUnderElement(NativeUIElement& result, int& levelsUp,
+                                                const NativeUIElement& start) const {
+    int count = 0;
+    for (NativeUIElement current = start; !current.isNull(); current = current.parentElement(), ++count) {
+        UIElementType found;
+        UIElement::copyTypeFromNativeElement(&found, current);
+        if (found.identifiers() == identifiers()) {
+            levelsUp = count;
+            result = current;
+            return true;
+        }
+    }
+    return false;
 }

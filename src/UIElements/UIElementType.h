@@ -3,9 +3,11 @@
 // A kind of on-screen element rather than one element: two types are the same kind when their
 // identifiers are equal. The description is for people and plays no part in that.
 
+#include "NativeUIElement.h"
 #include "ZREntity.h"
 #include "ZRSerializableStructures.h"
 
+#include <QDebug>
 #include <QMap>
 #include <QObject>
 #include <QString>
@@ -29,4 +31,14 @@ public:
     bool isSpecialElement() const;
     QString specialValue() const;
     void setSpecialValue(const QString& value);
+
+    // One shared type with nothing set, never to be re-parented or deleted.
+    static UIElementType* nullElementType();
+    // Whether start or one of its ancestors is of this kind, and how many levels up; result and
+    // levelsUp are written only on a match.
+    bool matchingElementUnderElement(NativeUIElement& result, int& levelsUp,
+                                     const NativeUIElement& start) const;
 };
+
+QDebug operator<<(QDebug debug, const UIElementType& type);
+QDebug operator<<(QDebug debug, const UIElementType* type);

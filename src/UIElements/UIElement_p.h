@@ -25,6 +25,8 @@
 
 Q_DECLARE_OPAQUE_POINTER(AXUIElementRef)
 
+class UIElementType;
+
 class UIElement_p : public ZREntity {
     Q_OBJECT
     // Capture found no element: the description stands for nothing.
@@ -220,6 +222,32 @@ public:
     selectLogicProNextEmptyPluginSlot(const std::function<AXUIElementRef(AXUIElementRef)>& descend,
                                       CFArrayRef children, bool* abort) const;
 
+    // Presentation and editing, for people. A hierarchy level is an index into
+    // topDownElementList(); a level outside the chain does nothing or gives the empty value.
+    // The readable name of an attribute key, translated; an unknown key shows as itself.
+    static QString attributeDisplayName(const QString& name);
+    static bool attributeHasBooleanValue(const QString& name);
+    // The kind of a live element; a null handle leaves type as it is.
+    static void copyTypeFromNativeElement(UIElementType* type, const NativeUIElement& element);
+    QMap<QString, QVariant> attributeValuesForElementAtHierarchyLevel(int level) const;
+    void setAttributeValueForElementAtHierarchyLevel(int level, const QString& name, const QVariant& value);
+    QStringList definingAttributesForElementAtHierarchyLevel(int level) const;
+    void setDefiningAttributesForElementAtHierarchyLevel(int level, const QList<QString>& attributes);
+    bool canEditDefiningAttributesAtHierarchyLevel(int level) const;
+    // An application rule, not attribute matching, selects at that level.
+    bool usesSpecializedMatchingMethodAtHierarchyLevel(int level) const;
+    QVariant optionForElementAtHierarchyLevel(int level, const QString& key) const;
+    void setOptionForElementAtHierarchyLevel(int level, const QString& key, QVariant value);
+    QString shortDescription(bool includeRole, bool includeApplication, bool includeTargetType) const;
+    QString shortDescriptionOfElementAtHierarchyLevel(int level, bool includeRole, bool includeApplication,
+                                                      bool includeTargetType) const;
+    void hierarchyDescriptionParts(QList<QString>& parts) const;
+    QString hierarchyDescription() const;
+    QString htmlHierarchyDescription() const;
+    QString debugInfo() const;
+    // The kind of the saved element, with no live element.
+    void copyType(UIElementType* type) const;
+
     const QString& title() const { return m_title; }
     const QString& role() const { return m_role; }
     const QString& roleDescription() const { return m_roleDescription; }
@@ -248,6 +276,11 @@ private:
     QString m_targetType;
     bool m_strictMatching = false;
 };
+
+// The option keys of a level that hand its matching to an application rule.
+inline const QString kSyncToProToolsSelectedTrackOption = QStringLiteral("syncToProToolsSelectedTrack");
+inline const QString kLogicProSelectFirstEmptyPluginSlotOption =
+    QStringLiteral("logicProSelectFirstEmptyPluginSlot");
 
 // The attribute catalogues, each filled on first use and kept for the life of the process.
 // Built-in matching compares the interesting attributes; AXTitle is not among them.

@@ -355,9 +355,9 @@ AXUIElementRef UIElement_p::selectMatches(const std::function<AXUIElementRef(AXU
                                           QFlags<UIElementSearchOption> searchOptions, bool* abort) const {
     // The application rules stand before the matching method.
     const ZRSerializableVariantMap& levelOptions = options();
-    if (levelOptions.value(QStringLiteral("syncToProToolsSelectedTrack")).toBool())
+    if (levelOptions.value(kSyncToProToolsSelectedTrackOption).toBool())
         return selectProToolsSelectedInstrumentGroup(descend, children, parent, searchOptions, abort);
-    if (levelOptions.value(QStringLiteral("logicProSelectFirstEmptyPluginSlot")).toBool())
+    if (levelOptions.value(kLogicProSelectFirstEmptyPluginSlotOption).toBool())
         return selectLogicProNextEmptyPluginSlot(descend, children, abort);
     if (matchingMethod() != CustomMatching)
         return selectMatchesUsingBuiltInMatching(descend, children, searchOptions, abort);

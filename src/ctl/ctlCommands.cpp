@@ -13,6 +13,7 @@
 #include "inspectorCommands.h"
 #include "osxUIElementUtils.h"
 #include "resolveCommands.h"
+#include "showCommands.h"
 #include "toolIds.h"
 
 #include <QCoreApplication>
@@ -41,6 +42,9 @@ int usage() {
                 "       ui-element-ctl capture [--desktop FILE] [--json] X,Y FILE\n"
                 "       ui-element-ctl resolve [--desktop FILE] [--json] [--hint X,Y] [--level N]\n"
                 "                              [--translations] [--repeat N] FILE\n"
+                "       ui-element-ctl show [--desktop FILE] [--json] FILE\n"
+                "       ui-element-ctl edit [--desktop FILE] [--json] FILE [--alternative K] [--level N]\n"
+                "                           EDIT...\n"
                 "\n"
                 "  reports   listen for the tool's state reports and print each as '<id> found' or\n"
                 "            '<id> not found', one per line\n"
@@ -72,6 +76,16 @@ int usage() {
                 "            of the first alternative's chain, --translations matches through the\n"
                 "            application's translations, --repeat N resolves N times (min, median and\n"
                 "            max time)\n"
+                "  show      print the UI element collection saved in FILE as a person reads it: per\n"
+                "            alternative its hierarchy, and per level its description, its attribute\n"
+                "            values as 'Display name [key] = value', its defining attributes, its matching\n"
+                "            method and its options\n"
+                "  edit      edit level N of alternative K (default 0) in FILE and write FILE back whole,\n"
+                "            then print the new hierarchy; the EDITs, applied in order, are\n"
+                "            --set NAME=VALUE, --defining A,B,... (empty: none), --matching\n"
+                "            builtin|strict|custom (the whole chain) and --option KEY=VALUE; a VALUE\n"
+                "            that parses as JSON is a number, true/false, a list of alternatives, a\n"
+                "            rect {\"x\",\"y\",\"width\",\"height\"} or a quoted text; any other is text\n"
                 "--desktop reads a virtual desktop file instead of the live desktop; --json prints one JSON\n"
                 "object per answer\n"
                 "\n"
@@ -247,10 +261,10 @@ int runCtl(const QStringList& arguments) {
     InspectorOptions options;
     const bool optionsComplete = takeInspectorOptions(inspectorOperands, options);
     const QString inspectorVerb = inspectorOperands.isEmpty() ? QString() : inspectorOperands.takeFirst();
-    const QStringList inspectorVerbs{QStringLiteral("tree"),       QStringLiteral("focused"),
-                                     QStringLiteral("screens"),    QStringLiteral("apps"),
-                                     QStringLiteral("app-events"), QStringLiteral("capture"),
-                                     QStringLiteral("resolve")};
+    const QStringList inspectorVerbs{
+        QStringLiteral("tree"),    QStringLiteral("focused"),    QStringLiteral("screens"),
+        QStringLiteral("apps"),    QStringLiteral("app-events"), QStringLiteral("capture"),
+        QStringLiteral("resolve"), QStringLiteral("show"),       QStringLiteral("edit")};
     if (inspectorVerbs.contains(inspectorVerb) || isPointVerb(inspectorVerb)) {
         if (!optionsComplete) {
             ctlFail(ctlExitUsage, QStringLiteral("--desktop needs a desktop file"));
@@ -281,6 +295,11 @@ int runCtl(const QStringList& arguments) {
             if (inspectorOperands.size() == 1 && !inspectorOperands.at(0).startsWith(QLatin1String("--")))
                 return runResolve(options, resolveOptions, inspectorOperands.at(0));
         }
+        // Both read their operands themselves, and tell in one line what is wrong with them.
+        if (inspectorVerb == QLatin1String("show"))
+            return runShow(options, inspectorOperands);
+        if (inspectorVerb == QLatin1String("edit"))
+            return runEdit(options, inspectorOperands);
         if (isPointVerb(inspectorVerb) && inspectorOperands.size() == 1 && !flagLeft) {
             if (inspectorVerb == QLatin1String("at"))
                 return runAt(options, inspectorOperands.at(0));

@@ -43,23 +43,6 @@ QString codeText(int code) {
     return QStringLiteral("%1 %2").arg(code).arg(codeName(code));
 }
 
-// The value of an option that takes one; false, with the message, when it has none.
-bool takeValue(QStringList& arguments, qsizetype index, QString& value) {
-    if (index + 1 >= arguments.size()) {
-        ctlFail(ctlExitUsage, QStringLiteral("%1 needs a value").arg(arguments.at(index)));
-        return false;
-    }
-    value = arguments.at(index + 1);
-    arguments.remove(index, 2);
-    return true;
-}
-
-bool readWholeNumber(const QString& text, int minimum, int maximum, int& number) {
-    bool ok = false;
-    number = text.toInt(&ok);
-    return ok && number >= minimum && number <= maximum;
-}
-
 struct Resolution {
     int code = UIElementNotFound;
     CFTypeSmartRef<AXUIElementRef> element; // set when found
@@ -141,23 +124,6 @@ QString chainEndName(ChainEnd end) {
 
 QString millisecondsText(double milliseconds) {
     return QString::number(milliseconds, 'f', 3) + QStringLiteral(" ms");
-}
-
-// Loads the collection as watch does; false, with the message, when the file cannot be read or
-// holds none.
-bool loadCollection(const QString& filePath, UIElementCollection& collection) {
-    QByteArray saved;
-    QString error;
-    if (!readFile(filePath, saved, error)) {
-        ctlFail(ctlExitUsage, error);
-        return false;
-    }
-    deserializeObjectFromByteArray(&collection, saved);
-    if (collection.elements().isEmpty()) {
-        ctlFail(ctlExitUsage, QStringLiteral("%1 holds no UI element collection").arg(filePath));
-        return false;
-    }
-    return true;
 }
 
 // A level of the first alternative's chain must be there to be asked for.
