@@ -2,7 +2,7 @@
 // virtual desktop: the Editor's document window (201) lies behind its Inspector (202), and the
 // Files application has a window that only the window server knows (302).
 
-#include "processSupport.h"
+#include "ctlProcess.h"
 #include "testSupport.h"
 
 #include <QDir>
@@ -14,22 +14,6 @@
 namespace {
 
 const QString desktop = QStringLiteral(UIET_FIXTURES_DIR "/desktop-basic.json");
-
-struct Run {
-    int exitCode = -1;
-    QString output;
-    QString errors;
-};
-
-Run runCtl(const QStringList& arguments) {
-    Binary ctl(UIET_CTL_PATH, arguments, QProcess::SeparateChannels);
-    Run run;
-    if (ctl.finish())
-        run.exitCode = ctl.process.exitCode();
-    run.output = ctl.output();
-    run.errors = ctl.errorOutput();
-    return run;
-}
 
 const QString editor = QStringLiteral("application: \"Editor\" com.example.editor pid 4101\n");
 
@@ -119,8 +103,8 @@ private Q_SLOTS:
         QFETCH(int, exitCode);
         QFETCH(QString, output);
         QFETCH(QString, errors);
-        const Run run = runCtl(QStringList{arguments.first(), "--desktop", desktop} + arguments.mid(1));
-        QCOMPARE(run.exitCode, exitCode);
+        const CtlRun run = runCtl(QStringList{arguments.first(), "--desktop", desktop} + arguments.mid(1));
+        QCOMPARE(run.status, exitCode);
         QCOMPARE(run.output, output);
         QVERIFY2(run.errors.contains(errors), qPrintable(run.errors));
     }
@@ -159,8 +143,8 @@ private Q_SLOTS:
         for (const QString& argument : arguments)
             withDesktop << (argument == "@coarse" ? QStringList{"--desktop", hitTestDesktop}
                                                   : QStringList{argument});
-        const Run run = runCtl(withDesktop);
-        QCOMPARE(run.exitCode, exitCode);
+        const CtlRun run = runCtl(withDesktop);
+        QCOMPARE(run.status, exitCode);
         QVERIFY2(run.errors.contains(errors), qPrintable(run.errors));
         if (exitCode == 0) {
             const QStringList lines = run.output.split('\n', Qt::SkipEmptyParts);
@@ -170,8 +154,8 @@ private Q_SLOTS:
     }
 
     void screens() {
-        const Run text = runCtl({"screens", "--desktop", desktop});
-        QCOMPARE(text.exitCode, 0);
+        const CtlRun text = runCtl({"screens", "--desktop", desktop});
+        QCOMPARE(text.status, 0);
         // The second display tells no size: it is taken for 72 dots per inch, with a warning.
         QCOMPARE(text.output,
                  QString("screen 1 \"Built-in Display\" 0,0 1440x900 scale 2 302.0x188.0 mm\n"
@@ -180,7 +164,7 @@ private Q_SLOTS:
                          "zoom 1 at 0,0\n"));
         QVERIFY(text.errors.contains(
             "Warning: had to make best guess at the physical size of display with index: 1"));
-        const Run json = runCtl({"screens", "--json", "--desktop", desktop});
+        const CtlRun json = runCtl({"screens", "--json", "--desktop", desktop});
         const QJsonObject answer = QJsonDocument::fromJson(json.output.toUtf8()).object();
         QCOMPARE(answer.value("screens").toArray().size(), 2);
         QCOMPARE(answer.value("screens").toArray().at(0).toObject().value("scale").toDouble(), 2.0);
@@ -189,8 +173,8 @@ private Q_SLOTS:
 
     // One JSON object per answer, whichever place the options take.
     void verbsAnswerAsJson() {
-        const Run window = runCtl({"window", "750,200", "--json", "--desktop", desktop});
-        QCOMPARE(window.exitCode, 0);
+        const CtlRun window = runCtl({"window", "750,200", "--json", "--desktop", desktop});
+        QCOMPARE(window.status, 0);
         QVERIFY(window.output.endsWith('\n') && window.output.count('\n') == 1);
         const QJsonObject answer = QJsonDocument::fromJson(window.output.toUtf8()).object();
         QCOMPARE(answer.value("window").toObject().value("windowId").toInt(), 202);
@@ -200,21 +184,21 @@ private Q_SLOTS:
         QCOMPARE(answer.value("application").toObject(),
                  (QJsonObject{{"pid", 4101}, {"bundleId", "com.example.editor"}, {"name", "Editor"}}));
 
-        const Run press = runCtl({"--json", "press", "--desktop", desktop, "560,360"});
+        const CtlRun press = runCtl({"--json", "press", "--desktop", desktop, "560,360"});
         const QJsonObject result =
             QJsonDocument::fromJson(press.output.toUtf8()).object().value("result").toObject();
         QCOMPARE(result, (QJsonObject{{"name", "kAXErrorActionUnsupported"}, {"code", -25206}}));
 
-        const Run tree = runCtl({"tree", "--json", "--desktop", desktop, "com.example.files"});
-        QCOMPARE(tree.exitCode, 0);
+        const CtlRun tree = runCtl({"tree", "--json", "--desktop", desktop, "com.example.files"});
+        QCOMPARE(tree.status, 0);
         const QJsonObject files = QJsonDocument::fromJson(tree.output.toUtf8()).object();
         QCOMPARE(files.value("application").toObject().value("pid").toInt(), 4202);
         QCOMPARE(files.value("tree").toObject().value("role").toString(), QString("AXApplication"));
     }
 
     void apps() {
-        const Run run = runCtl({"apps", "--json", "--desktop", desktop});
-        QCOMPARE(run.exitCode, 0);
+        const CtlRun run = runCtl({"apps", "--json", "--desktop", desktop});
+        QCOMPARE(run.status, 0);
         const QJsonArray list = QJsonDocument::fromJson(run.output.toUtf8())["applications"].toArray();
         QVERIFY2(list.size() >= 2, qPrintable(run.output));
         QCOMPARE(list[0]["pid"].toInt(), 4101);
@@ -264,11 +248,12 @@ private Q_SLOTS:
         QTest::newRow("unreachable desktop")
             << QStringList{"minimize", "--desktop", "/nonexistent/desktop.json", "1,1"} << 2
             << "no desktop file /nonexistent/desktop.json";
-        QTest::newRow("app-events without a time") << QStringList{"app-events"} << 2 << "usage: ui-element-ctl";
+        QTest::newRow("app-events without a time")
+            << QStringList{"app-events"} << 2 << "usage: ui-element-ctl";
         QTest::newRow("app-events for no time")
             << QStringList{"app-events", "0"} << 2 << "whole number of seconds from 1 to 86400, not '0'";
-        QTest::newRow("app-events for too long")
-            << QStringList{"app-events", "86401"} << 2 << "whole number of seconds from 1 to 86400, not '86401'";
+        QTest::newRow("app-events for too long") << QStringList{"app-events", "86401"} << 2
+                                                 << "whole number of seconds from 1 to 86400, not '86401'";
         QTest::newRow("unknown option")
             << QStringList{"window", "--xml", "1,1"} << 2 << "usage: ui-element-ctl";
     }
@@ -276,8 +261,8 @@ private Q_SLOTS:
         QFETCH(QStringList, arguments);
         QFETCH(int, exitCode);
         QFETCH(QString, message);
-        const Run run = runCtl(arguments);
-        QCOMPARE(run.exitCode, exitCode);
+        const CtlRun run = runCtl(arguments);
+        QCOMPARE(run.status, exitCode);
         QVERIFY2(run.errors.contains(message), qPrintable(run.errors));
         QVERIFY(run.output.isEmpty());
     }

@@ -5,8 +5,8 @@
 
 #include "UIElement.h"
 #include "ax/PlatformCallCounters.h"
+#include "ctlProcess.h"
 #include "dataObjectSerialization.h"
-#include "processSupport.h"
 #include "testSupport.h"
 
 #include <QDir>
@@ -21,40 +21,13 @@ namespace {
 const QString basicDesktop = QStringLiteral(UIET_FIXTURES_DIR "/desktop-basic.json");
 const QString mixerDesktop = QStringLiteral(UIET_FIXTURES_DIR "/capture-desktop.json");
 
-struct CtlRun {
-    int status = -1; // -1: it did not end
-    QString output, errors;
-    QJsonObject json() const { return QJsonDocument::fromJson(output.toUtf8()).object(); }
-};
-
-CtlRun ctl(const QStringList& arguments) {
-    Binary binary(UIET_CTL_PATH, arguments, QProcess::SeparateChannels);
-    const bool ended = binary.finish();
-    return CtlRun{ended ? binary.process.exitCode() : -1, binary.output(), binary.errorOutput()};
-}
-
-QString tempPath(const QString& name) {
-    return QDir::temp().filePath(name);
-}
-
 // Captures the element at point on desktop into a file named name; its path.
 QString capture(const QString& desktop, const QString& point, const QString& name, int status = 0) {
     const QString path = tempPath(name);
-    const CtlRun run = ctl({"capture", "--desktop", desktop, point, path});
+    const CtlRun run = runCtl({"capture", "--desktop", desktop, point, path});
     if (run.status != status)
         qFatal("capture at %s: status %d, %s", qPrintable(point), run.status, qPrintable(run.errors));
     return path;
-}
-
-void writeFile(const QString& path, const QByteArray& content) {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
-        qFatal("cannot write %s", qPrintable(path));
-}
-
-QByteArray readAll(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 // A window holding a group that lists no children although it has some, as applications do:
@@ -98,8 +71,8 @@ private Q_SLOTS:
     void initTestCase() {
         capture(basicDesktop, "140,148", "saved.ini");
         capture(basicDesktop, "5000,5000", "null.ini", 1);
-        writeFile(tempPath("empty.ini"), QByteArray());
-        writeFile(tempPath("stray.json"), strayDesktop);
+        writeFileContent(tempPath("empty.ini"), QByteArray());
+        writeFileContent(tempPath("stray.json"), strayDesktop);
         capture(tempPath("stray.json"), "40,35", "stray.ini");
     }
 
@@ -126,11 +99,11 @@ private Q_SLOTS:
         QFETCH(QStringList, roles);
         const QString path = capture(desktop, point, "captured.ini");
         UIElementCollection saved;
-        deserializeObjectFromByteArray(&saved, readAll(path));
+        deserializeObjectFromByteArray(&saved, fileContent(path));
         const UIElement_p* leaf = saved.elements().value(0)->platformSpecificEntity();
 
         const CtlRun run =
-            ctl(QStringList{"resolve", "--json", "--desktop", desktop, "--repeat", "3", path} + options);
+            runCtl(QStringList{"resolve", "--json", "--desktop", desktop, "--repeat", "3", path} + options);
         QCOMPARE(run.status, 0);
         const QJsonObject answer = run.json();
         QCOMPARE(answer["codeName"].toString(), QString("UIElementFound"));
@@ -157,7 +130,7 @@ private Q_SLOTS:
         QVERIFY(time["min"].toDouble() <= time["median"].toDouble());
         QVERIFY(time["median"].toDouble() <= time["max"].toDouble());
 
-        const CtlRun text = ctl(QStringList{"resolve", "--desktop", desktop, path} + options);
+        const CtlRun text = runCtl(QStringList{"resolve", "--desktop", desktop, path} + options);
         QCOMPARE(text.status, 0);
         QVERIFY2(text.output.startsWith(QStringLiteral("code 0 UIElementFound\nelement: %1 \"%2\" ")
                                             .arg(leaf->role(), leaf->title())),
@@ -182,8 +155,8 @@ private Q_SLOTS:
         QFETCH(int, level);
         QFETCH(QString, role);
         QFETCH(QString, title);
-        const CtlRun run = ctl({"resolve", "--json", "--desktop", basicDesktop, "--level",
-                                QString::number(level), tempPath("saved.ini")});
+        const CtlRun run = runCtl({"resolve", "--json", "--desktop", basicDesktop, "--level",
+                                   QString::number(level), tempPath("saved.ini")});
         QCOMPARE(run.status, 0);
         const QJsonObject answer = run.json();
         QCOMPARE(answer["level"].toInt(), level);
@@ -209,8 +182,8 @@ private Q_SLOTS:
         QFETCH(bool, renameApplication);
         const QString path = capture(basicDesktop, "140,148", "gone.ini");
         if (renameApplication)
-            writeFile(path, readAll(path).replace("com.example.editor", "com.example.gone"));
-        const CtlRun run = ctl(QStringList{"resolve", "--json", "--desktop", desktop, path} + options);
+            writeFileContent(path, fileContent(path).replace("com.example.editor", "com.example.gone"));
+        const CtlRun run = runCtl(QStringList{"resolve", "--json", "--desktop", desktop, path} + options);
         QCOMPARE(run.status, 1);
         QCOMPARE(run.errors, QString("ui-element-ctl: %1 was not resolved: 1 UIElementNotFound\n").arg(path));
         const QJsonObject answer = run.json();
@@ -234,9 +207,9 @@ private Q_SLOTS:
     void degenerateThroughTheHint() {
         QFETCH(QStringList, hint);
         QFETCH(int, status);
-        const CtlRun run =
-            ctl(QStringList{"resolve", "--json", "--desktop", tempPath("stray.json"), tempPath("stray.ini")} +
-                hint);
+        const CtlRun run = runCtl(
+            QStringList{"resolve", "--json", "--desktop", tempPath("stray.json"), tempPath("stray.ini")} +
+            hint);
         QCOMPARE(run.status, status);
         const QJsonObject answer = run.json();
         QCOMPARE(answer["code"].toInt(), status);
@@ -265,7 +238,7 @@ private Q_SLOTS:
         QFETCH(int, length);
         const QString desktop = tempPath("stray.json");
         const CtlRun run =
-            ctl({"resolve", "--json", "--desktop", desktop, capture(desktop, point, "ends.ini")});
+            runCtl({"resolve", "--json", "--desktop", desktop, capture(desktop, point, "ends.ini")});
         QCOMPARE(run.status, 0);
         QCOMPARE(run.json()["chainEnd"].toString(), chainEnd);
         QCOMPARE(run.json()["chain"].toArray().size(), length);
@@ -303,7 +276,7 @@ private Q_SLOTS:
         QFETCH(QString, message);
         const QString dir = QDir::tempPath();
         const CtlRun run =
-            ctl(QStringList{"resolve", "--desktop", basicDesktop} + arguments.replaceInStrings("@", dir));
+            runCtl(QStringList{"resolve", "--desktop", basicDesktop} + arguments.replaceInStrings("@", dir));
         QCOMPARE(run.status, 2);
         QVERIFY2(run.errors.contains(message.replace("@", dir)), qPrintable(run.errors));
         QVERIFY(run.output.isEmpty());
