@@ -218,10 +218,15 @@ template <typename Work> AXError AtspiProvider::withReader(const Element& elemen
     if (!accessible)
         return kAXErrorIllegalArgument;
     // libatspi answers some calls to an application that has just quit with empty values and no
-    // error; the process table does not.
-    if (element.pid > 0 && ::kill(element.pid, 0) != 0 && errno == ESRCH) {
-        forget(element);
-        return kAXErrorInvalidUIElement;
+    // error; the process table does not. A batch of reads asks it once per process.
+    AtspiReadBatch* batch = AtspiReadBatch::current();
+    if (element.pid > 0 && !(batch && batch->isKnownAlive(element.pid))) {
+        if (::kill(element.pid, 0) != 0 && errno == ESRCH) {
+            forget(element);
+            return kAXErrorInvalidUIElement;
+        }
+        if (batch)
+            batch->noteAlive(element.pid);
     }
     if (interfaceCache.size() > maximumCachedInterfaces)
         interfaceCache.clear();

@@ -60,6 +60,10 @@ public:
         const std::vector<AccessibleRef>* children;
     };
     AXError readAhead(const std::vector<ChildList>& lists, AtspiInterfaceCache* interfaces);
+    // Processes found running in this batch: one look at the process table each.
+    bool isKnownAlive(pid_t pid) const { return alive.contains(pid); }
+    void noteAlive(pid_t pid) { alive.insert(pid); }
+
     // The whole tree of the element's application from its toolkit's cache (GTK's
     // Cache.GetItems), once per application and batch: role, name, description, states,
     // interfaces and parent of every element, and the children of every element whose children
@@ -84,6 +88,7 @@ private:
     // Node-based: an entry stays where it is while others are added.
     std::unordered_map<QByteArray, AtspiBatchedElement, KeyHash> elements;
     QSet<QByteArray> itemsAsked; // bus names
+    QSet<pid_t> alive;
     int depth = 0;
 };
 
