@@ -428,7 +428,7 @@ void AtspiReadBatch::readItemsOnce(AtspiAccessible* element, AtspiInterfaceCache
     QHash<QByteArray, int> childCounts;
     QHash<QByteArray, std::vector<Sibling>> byParent;
     for (AtspiCacheItem& item : *items) {
-        const AccessibleRef self(_atspi_dbus_consume_accessible(&item.self));
+        AccessibleRef self(_atspi_dbus_consume_accessible(&item.self));
         const AccessibleRef parent(_atspi_dbus_consume_accessible(&item.parent));
         if (!self)
             continue;
@@ -447,7 +447,7 @@ void AtspiReadBatch::readItemsOnce(AtspiAccessible* element, AtspiInterfaceCache
                 known.parent = retained(parent.get());
             byParent[AtspiReader(parent.get()).key()].push_back({item.index, self.get()});
         }
-        held.push_back(retained(self.get()));
+        held.push_back(std::move(self));
     }
     // A list counts only where the cache holds every child of its parent, each in its place: the
     // toolkit leaves out the descendants of an element that manages them, and may add a new

@@ -330,8 +330,8 @@ std::vector<AccessibleRef> AtspiReader::children() {
             batch->entry(key()).children = copiesOf(result);
         return result;
     }
-    const std::optional<std::vector<AccessibleRef>> fromTree = childrenFromTree();
-    std::vector<AccessibleRef> result = fromTree ? copiesOf(*fromTree) : readChildren();
+    std::optional<std::vector<AccessibleRef>> fromTree = childrenFromTree();
+    std::vector<AccessibleRef> result = fromTree ? std::move(*fromTree) : readChildren();
     if (failure == kAXErrorSuccess)
         adoptFailure(batch->readAhead(element, result, interfaceCache));
     if (failure != kAXErrorSuccess)
@@ -378,34 +378,38 @@ std::vector<AccessibleRef> AtspiReader::shownChildren() {
     if (const AtspiBatchedElement* batched = inBatch(); batched && batched->shownChildren)
         return copiesOf(*batched->shownChildren);
     std::vector<AccessibleRef> result;
-    const std::optional<std::vector<AccessibleRef>> fromTree = batch ? childrenFromTree() : std::nullopt;
+    std::optional<std::vector<AccessibleRef>> fromTree = batch ? childrenFromTree() : std::nullopt;
     if (fromTree || hasInterface(kAtspiCollection)) {
         if (fromTree) {
-            for (const AccessibleRef& child : *fromTree)
-                if (AtspiReader(child.get()).hasState(ATSPI_STATE_SHOWING))
-                    result.push_back(retained(child.get()));
+            // The application's tree gives the states with the children.
+            result = std::move(*fromTree);
+            keepShown(result);
         } else {
             result = matchesWithState(ATSPI_STATE_SHOWING, 0, false);
         }
         if (batch && failure == kAXErrorSuccess)
             adoptFailure(batch->readAhead(element, result, interfaceCache));
     } else {
-        // In a batch, the states come with the children.
+        // In a batch, the states and the other fields come with the children.
         result = children();
-        result.erase(std::remove_if(result.begin(), result.end(),
-                                    [&](const AccessibleRef& child) {
-                                        AtspiReader reader(child.get());
-                                        const bool shown = reader.hasState(ATSPI_STATE_SHOWING);
-                                        adopt(reader);
-                                        return !shown;
-                                    }),
-                     result.end());
+        keepShown(result);
     }
     if (failure != kAXErrorSuccess)
         return {};
     if (batch)
         batch->entry(key()).shownChildren = copiesOf(result);
     return result;
+}
+
+void AtspiReader::keepShown(std::vector<AccessibleRef>& elements) {
+    elements.erase(std::remove_if(elements.begin(), elements.end(),
+                                  [&](const AccessibleRef& element) {
+                                      AtspiReader reader(element.get());
+                                      const bool shown = reader.hasState(ATSPI_STATE_SHOWING);
+                                      adopt(reader);
+                                      return !shown;
+                                  }),
+                   elements.end());
 }
 
 AccessibleRef AtspiReader::parent() {

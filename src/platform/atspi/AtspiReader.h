@@ -159,6 +159,8 @@ private:
     bool isDesktop() const;
     // The children, read from the toolkit in one call where it answers one.
     std::vector<AccessibleRef> readChildren();
+    // Takes out the elements that are not shown; a hung application stops this reader too.
+    void keepShown(std::vector<AccessibleRef>& elements);
     // In a batch, the children as the application's whole tree read at once gives them; nullopt
     // where the toolkit has no such cache or does not hold all of them.
     std::optional<std::vector<AccessibleRef>> childrenFromTree();
