@@ -924,11 +924,11 @@ QList<ApplicationInfo> AtspiProvider::applications() {
         result.append(busApplication(application.get(), pid, managedFront, described));
     }
     if (x11) {
-        for (const WindowInfo& window : x11->windows()) {
-            if (window.owner <= 0 || listed.contains(window.owner))
+        for (const pid_t owner : x11->windowOwners()) {
+            if (owner <= 0 || listed.contains(owner))
                 continue;
-            listed.insert(window.owner);
-            result.append(windowOwnerApplication(window.owner, managedFront));
+            listed.insert(owner);
+            result.append(windowOwnerApplication(owner, managedFront));
         }
     }
     return result;
@@ -948,12 +948,8 @@ std::optional<ApplicationInfo> AtspiProvider::application(pid_t pid) {
         if (pidOf(application.get()) == pid)
             return busApplication(application.get(), pid, managedFront, applicationsByBusName);
     }
-    if (x11) {
-        for (const WindowInfo& window : x11->windows()) {
-            if (window.owner == pid)
-                return windowOwnerApplication(pid, managedFront);
-        }
-    }
+    if (x11 && x11->windowOwners().contains(pid))
+        return windowOwnerApplication(pid, managedFront);
     return std::nullopt;
 }
 

@@ -80,6 +80,44 @@ BusNames& busesWithoutItems() {
     return buses;
 }
 
+class RoleNames {
+public:
+    // Applications restart; past this many names the ones kept are read again.
+    static constexpr qsizetype maximumNames = 20000;
+
+    std::optional<QString> find(const QByteArray& busName, AtspiRole role) {
+        QMutexLocker locker(&mutex);
+        auto found = names.constFind({busName, role});
+        return found == names.constEnd() ? std::nullopt : std::optional<QString>(*found);
+    }
+    void insert(const QByteArray& busName, AtspiRole role, const QString& name) {
+        // An extended role is the toolkit's own, named per element.
+        if (role == ATSPI_ROLE_INVALID || role == ATSPI_ROLE_UNKNOWN || role == ATSPI_ROLE_EXTENDED)
+            return;
+        QMutexLocker locker(&mutex);
+        if (names.size() >= maximumNames) {
+            names.clear();
+            buses.clear();
+        }
+        names.insert({busName, role}, name);
+        buses.insert(busName);
+    }
+    bool knowsBus(const QByteArray& busName) {
+        QMutexLocker locker(&mutex);
+        return buses.contains(busName);
+    }
+
+private:
+    QMutex mutex;
+    QHash<std::pair<QByteArray, int>, QString> names;
+    QSet<QByteArray> buses;
+};
+
+RoleNames& roleNames() {
+    static RoleNames names;
+    return names;
+}
+
 // The error of a toolkit that does not have the property asked for, of an element that answers.
 bool lacksProperty(DBusMessage* reply) {
     return reply &&
@@ -100,6 +138,18 @@ bool firstArgument(DBusMessage* reply, DBusMessageIter* argument, int type) {
 }
 
 } // namespace
+
+std::optional<QString> atspiKnownRoleName(const QByteArray& busName, AtspiRole role) {
+    return roleNames().find(busName, role);
+}
+
+void atspiNoteRoleName(const QByteArray& busName, AtspiRole role, const QString& name) {
+    roleNames().insert(busName, role, name);
+}
+
+bool atspiKnowsRoleNamesOf(const QByteArray& busName) {
+    return roleNames().knowsBus(busName);
+}
 
 std::optional<QString> atspiStringOfReply(DBusMessage* reply) {
     DBusMessageIter argument;
@@ -331,8 +381,7 @@ AXError AtspiReadBatch::readAhead(const std::vector<ChildList>& lists, AtspiInte
         AtspiAccessible* parent;
         QByteArray key;
         QByteArray bus;
-        int role = -1, name = -1, description = -1, localizedRoleName = -1, accessibleId = -1, states = -1,
-            interfaces = -1;
+        int role = -1, name = -1, description = -1, localizedRoleName = -1, states = -1, interfaces = -1;
     };
     Pipeline pipeline;
     std::vector<Asked> asked;
@@ -349,10 +398,9 @@ AXError AtspiReadBatch::readAhead(const std::vector<ChildList>& lists, AtspiInte
                 a.name = send(newPropertyRead(element, "Name"));
             if (!known.description)
                 a.description = send(newPropertyRead(element, "Description"));
-            if (!known.localizedRoleName)
+            // Once the application's names of roles are known, its readers look them up by role.
+            if (!known.localizedRoleName && !atspiKnowsRoleNamesOf(a.bus))
                 a.localizedRoleName = send(newCall(element, accessibleInterface, "GetLocalizedRoleName"));
-            if (!known.accessibleId && !busesWithoutAccessibleId().contains(a.bus))
-                a.accessibleId = send(newPropertyRead(element, "AccessibleId"));
             if (!known.states)
                 a.states = send(newCall(element, accessibleInterface, "GetState"));
             if (!known.interfaces && !(interfaces && interfaces->value(a.key).interfaces))
@@ -373,16 +421,10 @@ AXError AtspiReadBatch::readAhead(const std::vector<ChildList>& lists, AtspiInte
             known.name = std::move(text);
         if (std::optional<QString> text = atspiStringOfReply(pipeline.reply(a.description)))
             known.description = std::move(text);
-        if (std::optional<QString> text = atspiStringOfReply(pipeline.reply(a.localizedRoleName)))
+        if (std::optional<QString> text = atspiStringOfReply(pipeline.reply(a.localizedRoleName))) {
+            if (known.role)
+                atspiNoteRoleName(a.bus, *known.role, *text);
             known.localizedRoleName = std::move(text);
-        if (std::optional<QString> text = atspiStringOfReply(pipeline.reply(a.accessibleId)))
-            known.accessibleId = std::move(text);
-        else if (a.accessibleId < 0 && !known.accessibleId) // asked no more of this application
-            known.accessibleId = QString();
-        else if (known.role && lacksProperty(pipeline.reply(a.accessibleId))) {
-            // A toolkit older than the property (Qt 6.4 calls it an unknown interface): no id.
-            known.accessibleId = QString();
-            busesWithoutAccessibleId().insert(a.bus);
         }
         if (const std::optional<quint64> states = atspiStatesOfReply(pipeline.reply(a.states)))
             known.states = states;
@@ -393,6 +435,54 @@ AXError AtspiReadBatch::readAhead(const std::vector<ChildList>& lists, AtspiInte
         }
     }
     return result;
+}
+
+void AtspiReadBatch::readAccessibleIds(AtspiAccessible* element, AtspiInterfaceCache* cache) {
+    const AtspiReader reader(element);
+    const QByteArray bus = reader.busName();
+    const AtspiBatchedElement* self = find(reader.key());
+    const AtspiBatchedElement* parent =
+        self && self->parent ? find(AtspiReader(self->parent.get()).key()) : nullptr;
+    std::vector<AccessibleRef> alone;
+    if (!parent || !parent->children)
+        alone.push_back(retained(element));
+    const std::vector<AccessibleRef>& list = alone.empty() ? *parent->children : alone;
+    const bool hasIds = !busesWithoutAccessibleId().contains(bus);
+    Pipeline pipeline;
+    std::vector<std::pair<QByteArray, int>> asked;
+    for (const AccessibleRef& sibling : list) {
+        const QByteArray key = AtspiReader(sibling.get()).key();
+        AtspiBatchedElement& known = entry(key);
+        if (known.accessibleId || known.failure != kAXErrorSuccess)
+            continue;
+        const auto earlier = cache ? cache->constFind(key) : AtspiInterfaceCache::const_iterator();
+        if (!hasIds)
+            known.accessibleId = QString();
+        else if (cache && earlier != cache->constEnd() && earlier->accessibleId &&
+                 !earlier->accessibleIdExpiry.hasExpired())
+            known.accessibleId = earlier->accessibleId;
+        else
+            asked.emplace_back(key,
+                               pipeline.send(sibling.get(), newPropertyRead(sibling.get(), "AccessibleId")));
+    }
+    pipeline.await();
+    for (const auto& [key, reply] : asked) {
+        AtspiBatchedElement& known = entry(key);
+        if (pipeline.timedOut(reply))
+            known.failure = kAXErrorCannotComplete;
+        else if (std::optional<QString> text = atspiStringOfReply(pipeline.reply(reply))) {
+            if (cache) {
+                AtspiKnownElement& later = (*cache)[key];
+                later.accessibleId = text;
+                later.accessibleIdExpiry.setRemainingTime(AtspiReader::accessibleIdReuseMs);
+            }
+            known.accessibleId = std::move(text);
+        } else if (known.role && lacksProperty(pipeline.reply(reply))) {
+            // A toolkit older than the property (Qt 6.4 calls it an unknown interface): no id.
+            known.accessibleId = QString();
+            busesWithoutAccessibleId().insert(bus);
+        }
+    }
 }
 
 void AtspiReadBatch::readItemsOnce(AtspiAccessible* element, AtspiInterfaceCache* interfaces) {

@@ -2,11 +2,12 @@
 
 // One walk's reads (AXReadBatch): while a batch is open on a thread, a child list read there
 // brings along, in one round trip for all the children, what matching asks of each of them:
-// role, name, description, localized role name, accessible id, states, and the interfaces that
-// are not known yet. Every call of that round trip is sent
-// before the first reply is awaited. The readers of the thread answer from the batch until it
-// ends, and a list read twice in it is read once. Nothing outlives the batch but the interfaces,
-// which never change.
+// role, name, description, states, the interfaces that are not known yet, and the localized role
+// name where the application's names of roles are not known yet. Every call of that round trip is
+// sent before the first reply is awaited. The readers of the thread answer from the batch until it
+// ends, and a list read twice in it is read once. Accessible ids are read for a whole list when
+// the first of its elements is asked for one. Nothing outlives the batch but the interfaces and
+// the names of roles, which do not change, and the accessible ids, for a while.
 //
 // A read that the batch did not get (an error reply) is left to the reader, which asks again as
 // it would without a batch, so an answer is the same with or without one.
@@ -60,6 +61,10 @@ public:
         const std::vector<AccessibleRef>* children;
     };
     AXError readAhead(const std::vector<ChildList>& lists, AtspiInterfaceCache* interfaces);
+    // The accessible ids of the element's list (the children of its parent in the batch), in one
+    // round trip, or of the element alone where the batch has no list of it. Those read by an
+    // earlier batch within AtspiReader::accessibleIdReuseMs are taken from `known`.
+    void readAccessibleIds(AtspiAccessible* element, AtspiInterfaceCache* known);
     // Processes found running in this batch: one look at the process table each.
     bool isKnownAlive(pid_t pid) const { return alive.contains(pid); }
     void noteAlive(pid_t pid) { alive.insert(pid); }
@@ -126,6 +131,15 @@ struct AtspiCacheItem {
 // The items of a reply of GetItems in the form that the toolkits of at-spi2-core 2.x answer;
 // nullopt for any other reply.
 std::optional<std::vector<AtspiCacheItem>> atspiItemsOfReply(DBusMessage* reply);
+
+// The localized names of an application's roles. A toolkit names a role the same for every
+// element that has it (GTK, Qt and the toolkits on ATK look the name up by the role), so a name
+// read once answers for all of them; custom roles are read per element. A bus daemon gives no
+// bus name twice, so a name kept for one application never answers for another.
+std::optional<QString> atspiKnownRoleName(const QByteArray& busName, AtspiRole role);
+void atspiNoteRoleName(const QByteArray& busName, AtspiRole role, const QString& name);
+// Whether any name of the application's roles is known: it has been met before.
+bool atspiKnowsRoleNamesOf(const QByteArray& busName);
 
 // An application's own connection, which libatspi opens straight to it where it can.
 DBusConnection* atspiConnectionOf(AtspiAccessible* element);

@@ -245,10 +245,22 @@ QString AtspiReader::description() {
 QString AtspiReader::localizedRoleName() {
     if (const AtspiBatchedElement* batched = inBatch(); batched && batched->localizedRoleName)
         return *batched->localizedRoleName;
-    return takeString(call([&](GError** e) { return atspi_accessible_get_localized_role_name(element, e); }));
+    const AtspiRole known = role();
+    if (failure != kAXErrorSuccess)
+        return QString();
+    if (std::optional<QString> name = atspiKnownRoleName(busName(), known))
+        return *name;
+    QString name =
+        takeString(call([&](GError** e) { return atspi_accessible_get_localized_role_name(element, e); }));
+    if (failure == kAXErrorSuccess)
+        atspiNoteRoleName(busName(), known, name);
+    return name;
 }
 
 QString AtspiReader::accessibleId() {
+    if (const AtspiBatchedElement* batched = inBatch(); batched && !batched->accessibleId)
+        AtspiReadBatch::current()->readAccessibleIds(element, interfaceCache);
+    // Again: a list that timed out stops this reader too.
     if (const AtspiBatchedElement* batched = inBatch(); batched && batched->accessibleId)
         return *batched->accessibleId;
     return takeString(call([&](GError** e) { return atspi_accessible_get_accessible_id(element, e); }));

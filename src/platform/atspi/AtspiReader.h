@@ -57,6 +57,10 @@ struct AtspiKnownElement {
     std::optional<quint32> interfaces;
     AtspiRole role = ATSPI_ROLE_INVALID;
     QDeadlineTimer roleExpiry; // expired: the role is not known
+    // The accessible id as a batch of reads last read it. Toolkits set it when they build an
+    // element and keep it; walks many times a second read it again only once it has expired.
+    std::optional<QString> accessibleId;
+    QDeadlineTimer accessibleIdExpiry;
 };
 using AtspiInterfaceCache = QHash<QByteArray, AtspiKnownElement>;
 
@@ -67,6 +71,8 @@ public:
     static constexpr int replyTimeoutMs = 2000;
     // How long a role read answers later questions about the same element.
     static constexpr int roleReuseMs = 5;
+    // How long an accessible id read in a batch answers the batches after it.
+    static constexpr int accessibleIdReuseMs = 10000;
 
     explicit AtspiReader(AtspiAccessible* accessible, AtspiInterfaceCache* interfaceCache = nullptr)
         : element(accessible), interfaceCache(interfaceCache) {}

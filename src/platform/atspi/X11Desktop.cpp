@@ -178,6 +178,8 @@ X11Desktop::X11Desktop(Display* display) : display(display) {
         display, [](Display*, void* desktop) { static_cast<X11Desktop*>(desktop)->lost = true; }, this);
     ErrorTrap trap(display);
     atoms = std::make_unique<Atoms>(display);
+    // Only for rootChanged(): nothing else reads events on this connection.
+    XSelectInput(display, DefaultRootWindow(display), SubstructureNotifyMask | PropertyChangeMask);
 }
 
 X11Desktop::~X11Desktop() {
@@ -186,18 +188,48 @@ X11Desktop::~X11Desktop() {
 }
 
 QList<WindowInfo> X11Desktop::windows() {
+    owners.reset();
     if (lost)
         return {};
     ErrorTrap trap(display);
+    rootChanged(); // what changes from here on is seen by the next call
     const QList<XWindow> order = stackingOrder();
     QList<WindowInfo> result;
+    QList<pid_t> windowOwners;
     for (auto window = order.crbegin(); window != order.crend(); ++window) {
         const int errorsBefore = trap.errors();
         WindowInfo info;
-        if (describe(*window, &info) && trap.errors() == errorsBefore)
+        if (describe(*window, &info) && trap.errors() == errorsBefore) {
             result.append(info);
+            windowOwners.append(info.owner);
+        }
     }
-    return lost ? QList<WindowInfo>() : result;
+    if (lost)
+        return {};
+    owners = std::move(windowOwners);
+    return result;
+}
+
+QList<pid_t> X11Desktop::windowOwners() {
+    bool changed = false;
+    {
+        ErrorTrap trap(display);
+        changed = rootChanged();
+    }
+    if (changed || !owners)
+        windows();
+    return lost ? QList<pid_t>() : owners.value_or(QList<pid_t>());
+}
+
+// Under an ErrorTrap: reading events finds a server that has gone away.
+bool X11Desktop::rootChanged() {
+    bool changed = false;
+    while (!lost && XPending(display) > 0) {
+        XEvent event;
+        XNextEvent(display, &event);
+        changed = true;
+    }
+    return changed;
 }
 
 // Bottom to top. The root's children are the true stacking order, but with a window manager

@@ -42,6 +42,10 @@ public:
 
     // Frontmost first. A window that vanishes while it is being read is left out.
     QList<WindowInfo> windows();
+    // The owners of windows(), in the same order (0 for a window that tells none). Kept from one
+    // call to the next while the root's children and properties stay as they were, so that a
+    // caller asking many times a second costs the server nothing while nothing changes.
+    QList<pid_t> windowOwners();
     // The RandR monitors of the default screen (name, frame, physical size in millimetres, 0 when
     // the monitor reports none), the primary one first; one per X screen, named after the display,
     // when the server has no monitors. In device pixels: the scale is 1.
@@ -102,8 +106,12 @@ private:
     QList<ScreenInfo> rootScreens();
     XWindow managerCheckWindow();
     bool act(CGWindowID id, const std::function<bool(XWindow window, bool managed)>& requests);
+    // Whether any window was created, destroyed, mapped, unmapped, moved or restacked at the top,
+    // or a root property changed (a manager's client lists), since the last call.
+    bool rootChanged();
 
     _XDisplay* display;
     std::unique_ptr<Atoms> atoms;
     bool lost = false;
+    std::optional<QList<pid_t>> owners; // of the last windows(), while the root has not changed
 };
