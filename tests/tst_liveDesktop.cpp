@@ -184,21 +184,29 @@ private Q_SLOTS:
         const QStringList single = describeTree(application, false);
         QVERIFY(single.size() > 100);
         QCOMPARE(describeTree(application, true), single);
+        // Again, with the names of roles and the accessible ids that the first batch kept.
+        QCOMPARE(describeTree(application, true), single);
     }
 
     void rolesAndTitles_data() {
         QTest::addColumn<QString>("role");
         QTest::addColumn<QString>("title");
         QTest::addColumn<QString>("subrole");
+        // ATK's names of the roles, in the C locale of the test desktop; one role's name must
+        // never answer for another's.
+        QTest::addColumn<QString>("roleDescription");
         QTest::newRow("stack switcher") << "AXRadioButton"
                                         << "Page 1"
-                                        << "";
+                                        << ""
+                                        << "radio button";
         QTest::newRow("toggle button") << "AXCheckBox"
                                        << "Menu"
-                                       << "AXToggle";
+                                       << "AXToggle"
+                                       << "toggle button";
         QTest::newRow("header bar button") << "AXButton"
                                            << "Close"
-                                           << "AXCloseButton";
+                                           << "AXCloseButton"
+                                           << "push button";
     }
 
     void rolesAndTitles() {
@@ -208,6 +216,7 @@ private Q_SLOTS:
         Ref<AXUIElementRef> element(find(role, title));
         QVERIFY(element);
         QCOMPARE(UIElementGetStringAttribute(element, CFSTR("AXSubrole")), subrole);
+        QTEST(UIElementGetStringAttribute(element, CFSTR("AXRoleDescription")), "roleDescription");
         const QRect frame = UIElementRect(element);
         QVERIFY(frame.width() > 0 && frame.height() > 0);
         QVERIFY(UIElementActionNames(element).contains("AXPress"));

@@ -61,10 +61,15 @@ private slots:
         QTest::newRow("unmapped keeps its place") << QStringList{"unmap b"} << "cba";
         QTest::newRow("destroyed") << QStringList{"destroy b"} << "ca";
     }
+    // The owners kept between calls follow every change, asked before the windows are.
     void stackingOrder() {
         QFETCH(QStringList, operations);
-        for (QChar name : QStringLiteral("abc"))
+        for (QChar name : QStringLiteral("abc")) {
             named[name] = make(QRect(10, 10, 50, 50));
+            setLongs(named[name], "_NET_WM_PID", XA_CARDINAL, {long(name.unicode())});
+        }
+        XSync(x, False);
+        QCOMPARE(desktop->windowOwners(), ownersOf("cba"));
         QCOMPARE(listedIds(), idsOf("cba"));
         for (const QString& operation : operations) {
             const Window window = named[operation.back()];
@@ -79,6 +84,7 @@ private slots:
         }
         XSync(x, False);
         QFETCH(QString, frontmostFirst);
+        QCOMPARE(desktop->windowOwners(), ownersOf(frontmostFirst));
         QCOMPARE(listedIds(), idsOf(frontmostFirst));
     }
 
@@ -551,6 +557,12 @@ private:
         for (QChar name : names)
             ids.append(named.value(name));
         return ids;
+    }
+    static QList<pid_t> ownersOf(const QString& names) {
+        QList<pid_t> owners;
+        for (QChar name : names)
+            owners.append(pid_t(name.unicode()));
+        return owners;
     }
     static QRect rect(const CGRect& frame) {
         return QRect(frame.origin.x, frame.origin.y, frame.size.width, frame.size.height);
