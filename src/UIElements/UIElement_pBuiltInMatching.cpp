@@ -4,6 +4,7 @@
 
 #include "UIElement_pMatching.h"
 
+#include "ResolutionTrace.h"
 #include "osxTranslationMapping.h"
 #include "osxUIElementUtils.h"
 
@@ -12,6 +13,13 @@ using namespace UIElementMatching;
 namespace {
 
 using Descend = std::function<AXUIElementRef(AXUIElementRef)>;
+using Verdict = ResolutionTrace::Verdict;
+using Stage = ResolutionTrace::Stage;
+
+void traceStage(ResolutionTrace* trace, Stage stage) {
+    if (trace)
+        trace->stage(stage);
+}
 
 // Tries the candidates in child order, each once, and takes each that leads nowhere out of
 // matches. Where abort is given, the flag is read before each try.
@@ -66,12 +74,16 @@ int processOf(AXUIElementRef element) {
 QList<AXUIElementRef> childrenWithEquivalentAttributes(const UIElement_p& description, CFArrayRef children,
                                                        const QSet<QString>& compared, bool useTranslations) {
     const QMap<QString, QVariant> target = comparedAttributes(description, compared);
+    ResolutionTrace* const trace = ResolutionTrace::current();
     QList<AXUIElementRef> matches;
     for (CFIndex i = 0; i < countOf(children); ++i) {
         const AXUIElementRef child = childAt(children, i);
-        if (attributeMapsAreEquivalent(liveAttributes(description, child, target, compared), target,
-                                       processOf(child), useTranslations))
+        const QMap<QString, QVariant> live = liveAttributes(description, child, target, compared);
+        const bool matching = attributeMapsAreEquivalent(live, target, processOf(child), useTranslations);
+        if (matching)
             matches.append(child);
+        if (trace)
+            trace->candidate(int(i), std::nullopt, live, matching ? Verdict::Matches : Verdict::Differs);
     }
     return matches;
 }
@@ -129,29 +141,46 @@ void UIElement_p::findElementsWithMatchingRoleAndAttributes(QSet<AXUIElementRef>
     const QSet<QString>& questionable = questionableUIElementAttributes();
     const QMap<QString, QVariant> target = comparedAttributes(*this, interesting);
     const QMap<QString, QVariant> looseTarget = removeKeys(target, questionable);
+    ResolutionTrace* const trace = ResolutionTrace::current();
+    if (trace)
+        trace->matching(ResolutionTrace::Matching::BuiltIn, target);
     QSet<AXUIElementRef> exact;
     QSet<AXUIElementRef> loose;
     for (CFIndex i = 0; i < countOf(children); ++i) {
         const AXUIElementRef child = childAt(children, i);
         // The role is a hard condition: the loose pass doesn't relax it.
-        if (UIElementRole(child) != m_role)
+        const QString role = UIElementRole(child);
+        if (role != m_role) {
+            if (trace)
+                trace->candidate(int(i), role, {}, Verdict::RoleDiffers);
             continue;
+        }
         const QMap<QString, QVariant> candidate = liveAttributes(*this, child, target, interesting);
         const int pid = processOf(child);
-        if (attributeMapsAreEquivalent(candidate, target, pid, useTranslations))
+        const bool isExact = attributeMapsAreEquivalent(candidate, target, pid, useTranslations);
+        const bool isLoose = !isExact && attributeMapsAreEquivalent(removeKeys(candidate, questionable),
+                                                                    looseTarget, pid, useTranslations);
+        if (isExact)
             exact.insert(child);
-        else if (attributeMapsAreEquivalent(removeKeys(candidate, questionable), looseTarget, pid,
-                                            useTranslations))
+        else if (isLoose)
             loose.insert(child);
+        if (trace)
+            trace->candidate(int(i), role, candidate,
+                             isExact ? Verdict::Exact : (isLoose ? Verdict::Loose : Verdict::Differs));
     }
     // Loose candidates count only when no child matched exactly; the two are never mixed.
     matches = exact.isEmpty() ? loose : exact;
+    if (trace)
+        trace->candidatesChosen(exact.isEmpty() ? Verdict::Loose : Verdict::Exact);
 }
 
 void UIElement_p::findElementsWithStrictMatchingRoleAndAttributes(QSet<AXUIElementRef>& matches,
                                                                   CFArrayRef children,
                                                                   bool useTranslations) const {
     // AXRole and AXTitle are attributes of the strict set like any other.
+    if (ResolutionTrace* const trace = ResolutionTrace::current())
+        trace->matching(ResolutionTrace::Matching::Strict,
+                        comparedAttributes(*this, strictMatchingUIElementAttributes()));
     matches = setOf(childrenWithEquivalentAttributes(*this, children, strictMatchingUIElementAttributes(),
                                                      useTranslations));
 }
@@ -168,13 +197,20 @@ UIElement_p::selectMatchesUsingBuiltInMatching(const std::function<AXUIElementRe
         findElementsWithMatchingRoleAndAttributes(matches, children, useTranslations);
     if (matches.isEmpty() || shouldAbort(abort))
         return nullptr;
+    ResolutionTrace* const trace = ResolutionTrace::current();
     // A lone candidate needs no tie-break, and what it leads to is the answer.
-    if (matches.size() == 1)
+    if (matches.size() == 1) {
+        traceStage(trace, Stage::LoneCandidate);
         return descend(*matches.cbegin());
+    }
 
     // The first child of all with the title, when it is a candidate.
     if (rolesWhereTitleIdentifiesAnElement().contains(m_role) && !m_title.isEmpty()) {
         const AXUIElementRef hit = findElementWithLocalizedTitle(children, m_title, useTranslations);
+        if (trace) {
+            trace->titleStage(hit, hit && matches.contains(hit));
+            trace->stage(Stage::Title);
+        }
         if (hit && matches.contains(hit)) {
             if (const AXUIElementRef result = descend(hit))
                 return result;
@@ -185,15 +221,18 @@ UIElement_p::selectMatchesUsingBuiltInMatching(const std::function<AXUIElementRe
         return nullptr;
 
     // The index stages read no flag inside; the rest stage reads it before each try.
+    traceStage(trace, Stage::RoleIndex);
     const QSet<AXUIElementRef> atRoleIndex =
         matches & setOf(getElementsWithMatchingRoleIndices(children, m_role, matchingRoleChildIndexValues()));
     if (const AXUIElementRef result = tryInChildOrder(children, atRoleIndex, matches, descend, nullptr))
         return result;
     if (shouldAbort(abort))
         return nullptr;
+    traceStage(trace, Stage::ChildIndex);
     const QSet<AXUIElementRef> atChildIndex =
         matches & setOf(getElementsWithIndices(children, childIndexValues()));
     if (const AXUIElementRef result = tryInChildOrder(children, atChildIndex, matches, descend, nullptr))
         return result;
+    traceStage(trace, Stage::Rest);
     return tryInChildOrder(children, matches, matches, descend, abort);
 }

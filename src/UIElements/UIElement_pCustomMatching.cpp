@@ -4,7 +4,10 @@
 
 #include "UIElement_pMatching.h"
 
+#include "ResolutionTrace.h"
 #include "osxUIElementUtils.h"
+
+#include <algorithm>
 
 using namespace UIElementMatching;
 
@@ -52,6 +55,30 @@ struct KeyFilter {
     std::function<Test()> make;
 };
 
+// The values a filter accepts, as the trace shows them: sorted, one value alone.
+template <class T> QVariant acceptedValue(const QSet<T>& values) {
+    QList<T> sorted(values.cbegin(), values.cend());
+    if constexpr (std::is_same_v<T, int>)
+        std::sort(sorted.begin(), sorted.end());
+    if (sorted.size() == 1)
+        return QVariant::fromValue(sorted.first());
+    QVariantList list;
+    for (const T& value : std::as_const(sorted))
+        list.append(QVariant::fromValue(value));
+    return list;
+}
+
+QVariant acceptedValuesOf(const UIElement_p& level, const QString& key) {
+    if (key == QLatin1String("childIndex"))
+        return acceptedValue(level.childIndexValues());
+    if (key == QLatin1String("matchingRoleChildIndex"))
+        return acceptedValue(level.matchingRoleChildIndexValues());
+    if (key == QLatin1String("localRect"))
+        return acceptedValue(level.localRectValues());
+    // childCount: the property alone.
+    return level.childCount();
+}
+
 } // namespace
 
 QSet<int> UIElement_p::childIndexValues() const {
@@ -71,6 +98,8 @@ void UIElement_p::findElementsWithCustomMatchingAttributes(QList<AXUIElementRef>
                                                            CFArrayRef children, bool useTranslations) const {
     // AXRole counts only when it is defining; a defining key that attributes lack isn't compared.
     const QSet<QString> defining(definingAttributes().cbegin(), definingAttributes().cend());
+    if (ResolutionTrace* const trace = ResolutionTrace::current())
+        trace->matching(ResolutionTrace::Matching::Custom, comparedAttributes(*this, defining));
     matches = childrenWithEquivalentAttributes(*this, children, defining, useTranslations);
 }
 
@@ -106,14 +135,21 @@ UIElement_p::selectMatchesUsingCustomMatching(const std::function<AXUIElementRef
              return hasLocalRectAmong(localRectValues(), parent ? UIElementPosition(parent) : QPoint(0, 0));
          }},
     };
+    ResolutionTrace* const trace = ResolutionTrace::current();
     for (const KeyFilter& filter : filters) {
-        if (definingAttributes().contains(filter.key))
-            matches = filterElements(matches, filter.make());
+        if (definingAttributes().contains(filter.key)) {
+            QList<AXUIElementRef> passed = filterElements(matches, filter.make());
+            if (trace)
+                trace->filtered(filter.key, acceptedValuesOf(*this, filter.key), matches, passed);
+            matches = std::move(passed);
+        }
         if (shouldAbort(abort))
             return nullptr;
     }
 
     // No flag inside: the first candidate that leads to a complete match wins.
+    if (trace)
+        trace->stage(ResolutionTrace::Stage::ChildOrder);
     for (const AXUIElementRef element : std::as_const(matches)) {
         if (const AXUIElementRef result = descend(element))
             return result;

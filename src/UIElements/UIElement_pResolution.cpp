@@ -6,6 +6,7 @@
 
 #include "UIElement_pMatching.h"
 
+#include "ResolutionTrace.h"
 #include "applications.h"
 #include "generalUtilities.h"
 #include "osxProcesses.h"
@@ -36,6 +37,30 @@ QStringList valuesOf(const QMap<QString, QVariant>& attributes, const QString& k
     return attributes.contains(key) ? attributes.value(key).toStringList() : QStringList{field};
 }
 
+// A descent into child, told to the trace when there is one.
+template <class Descend> AXUIElementRef traced(AXUIElementRef child, const Descend& descend) {
+    ResolutionTrace* const trace = ResolutionTrace::current();
+    if (!trace)
+        return descend();
+    trace->beginDescent(child);
+    const AXUIElementRef result = descend();
+    trace->endDescent(result != nullptr);
+    return result;
+}
+
+// The applications chosen for the top of a chain, and by what.
+void traceApplications(ResolutionTrace& trace, bool byBundleId, bool byProcessName,
+                       const QStringList& bundleIds, const QStringList& processNames,
+                       const QList<int>& pids) {
+    using Choice = ResolutionTrace::Choice;
+    if (byBundleId)
+        trace.applicationsChosen(Choice::BundleId, bundleIds, pids);
+    else if (byProcessName)
+        trace.applicationsChosen(Choice::ProcessName, processNames, pids);
+    else
+        trace.applicationsChosen(Choice::AnyApplication, {}, pids);
+}
+
 } // namespace
 
 AXUIElementRef UIElement_p::createOSSpecificUIElementRepresentation(QVariant alternative,
@@ -45,11 +70,19 @@ AXUIElementRef UIElement_p::createOSSpecificUIElementRepresentation(QVariant alt
     const AXReadBatch batch;
     QList<const UIElement_p*> list;
     topDownElementList(list);
+    ResolutionTrace* const trace = ResolutionTrace::current();
+    if (trace)
+        trace->beginWalk(this, list);
     const UIElement_p* top = list.takeFirst();
     ElementRef result(top->findOSXElementForThis(nullptr, list, 0, alternative, options, abort));
+    if (trace)
+        trace->endWalk(!result.isNull());
     // A target type means the nearest ancestor of that type, the element itself included.
-    if (result && !targetType().isEmpty())
+    if (result && !targetType().isEmpty()) {
         result.reset(copyAncestorElementOfType(result, targetType()));
+        if (trace && !result)
+            trace->targetTypeMissing(targetType());
+    }
     return result.take();
 }
 
@@ -68,8 +101,14 @@ AXUIElementRef UIElement_p::createOSSpecificUIElementRepresentationAtHierarchyLe
     if (level + 1 < list.size())
         list = list.mid(0, level + 1);
     const AXReadBatch batch;
+    ResolutionTrace* const trace = ResolutionTrace::current();
+    if (trace)
+        trace->beginWalk(this, list);
     const UIElement_p* top = list.takeFirst();
-    return top->findOSXElementForThis(nullptr, list, 0, alternative, options, abort);
+    const AXUIElementRef result = top->findOSXElementForThis(nullptr, list, 0, alternative, options, abort);
+    if (trace)
+        trace->endWalk(result != nullptr);
+    return result;
 }
 
 bool UIElement_p::canCreateOSSpecificUIElementRepresentation(QFlags<UIElementSearchOption> options) const {
@@ -220,20 +259,34 @@ AXUIElementRef UIElement_p::findOSXElementForThis(AXUIElementRef parent,
         return findOSXElementForThisInParentsChildren(parent, list, level, options, abort);
     // At the top no matching is done: an application is accepted for being chosen.
     const ArrayRef applications(createTopLevelApplicationOSXElementsForThis());
+    ResolutionTrace* const trace = ResolutionTrace::current();
+    if (trace)
+        trace->stage(ResolutionTrace::Stage::Application);
     for (CFIndex i = 0; i < UIElementMatching::countOf(applications); ++i) {
         const AXUIElementRef application = UIElementMatching::childAt(applications, i);
-        if (AXUIElementRef result = findOSXElementForNextChild(application, list, level, options, abort))
+        if (AXUIElementRef result = traced(application, [&] {
+                return findOSXElementForNextChild(application, list, level, options, abort);
+            }))
             return result;
     }
-    if (!alternative.metaType().isValid())
+    if (!alternative.metaType().isValid()) {
+        if (trace)
+            trace->hintPosition(std::nullopt);
         return nullptr;
+    }
+    if (trace)
+        trace->hintPosition(alternative.toPoint());
     return findOSXElementForThisUsingAltTopLevelElement(list, level, alternative.toPoint(), options, abort);
 }
 
 CFArrayRef UIElement_p::createTopLevelApplicationOSXElementsForThis() const {
+    ResolutionTrace* const trace = ResolutionTrace::current();
     // The top of a degenerate chain names no application.
-    if (m_role != kQAXApplicationRole)
+    if (m_role != kQAXApplicationRole) {
+        if (trace)
+            trace->applicationsChosen(ResolutionTrace::Choice::NotAnApplication, {}, {});
         return nullptr;
+    }
     const QStringList bundleIds = valuesOf(m_attributes, QStringLiteral("bundleId"), m_bundleId);
     const QStringList processNames = valuesOf(m_attributes, QStringLiteral("processName"), processName());
     const bool byBundleId = definingAttributes().contains(QStringLiteral("bundleId"));
@@ -263,11 +316,16 @@ CFArrayRef UIElement_p::createTopLevelApplicationOSXElementsForThis() const {
             }
         }
     }
+    if (trace)
+        traceApplications(*trace, byBundleId, byProcessName, bundleIds, processNames, pids);
     CFMutableArrayRef applications = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
     for (int pid : pids) {
         const ElementRef application(AXUIElementCreateApplication(pid));
-        if (application)
-            CFArrayAppendValue(applications, application.get());
+        if (!application)
+            continue;
+        CFArrayAppendValue(applications, application.get());
+        if (trace)
+            trace->applicationMade(pid);
     }
     return applications;
 }
@@ -277,17 +335,29 @@ AXUIElementRef UIElement_p::findOSXElementForThisUsingAltTopLevelElement(
     bool* abort) const {
     // Around the hint position, which may lie just off the element: an earlier click near it.
     static const QPoint offsets[] = {{0, 0}, {0, 24}, {0, 64}, {0, -24}, {24, 0}, {-24, 0}};
+    using HintOutcome = ResolutionTrace::HintOutcome;
     const bool proTools = bundleIdIsProTools(m_bundleId);
+    ResolutionTrace* const trace = ResolutionTrace::current();
     for (const QPoint& offset : offsets) {
         const ElementRef hit(copyUIElementAtPosition(position + offset, nullptr));
-        if (!hit)
+        if (!hit) {
+            if (trace)
+                trace->hintOffsetTried(offset, HintOutcome::NothingThere);
             continue;
+        }
         const ElementRef ancestor(copyFarthestVerifiableAncestor(hit, proTools));
         // An element rooted in its application is no alternative top: the regular walk had its
         // chance there.
-        if (!ancestor || isTopLevelElement(ancestor))
+        if (!ancestor || isTopLevelElement(ancestor)) {
+            if (trace)
+                trace->hintOffsetTried(offset, ancestor ? HintOutcome::RootedInApplication
+                                                        : HintOutcome::NoVerifiableAncestor);
             continue;
-        if (AXUIElementRef result = findOSXElementForNextChild(ancestor, list, level, options, abort))
+        }
+        if (trace)
+            trace->hintOffsetTried(offset, HintOutcome::Searched);
+        if (AXUIElementRef result = traced(
+                ancestor, [&] { return findOSXElementForNextChild(ancestor, list, level, options, abort); }))
             return result;
         if (shouldAbort(abort))
             return nullptr;
@@ -317,12 +387,19 @@ AXUIElementRef UIElement_p::findOSXElementForThisInParentsChildren(AXUIElementRe
                                                                    QFlags<UIElementSearchOption> options,
                                                                    bool* abort) const {
     const auto descend = [&](AXUIElementRef child) {
-        return findOSXElementForNextChild(child, list, level, options, abort);
+        return traced(child, [&] { return findOSXElementForNextChild(child, list, level, options, abort); });
     };
+    ResolutionTrace* const trace = ResolutionTrace::current();
+    if (trace)
+        trace->beginLevel(*this, level);
     const ArrayRef children(extensivelyFindCandidateChildrenForParentElement(parent));
-    if (!children)
-        return nullptr;
-    return selectMatches(descend, children, parent, options, abort);
+    if (trace)
+        trace->childrenRead(children);
+    const AXUIElementRef result =
+        children ? selectMatches(descend, children, parent, options, abort) : nullptr;
+    if (trace)
+        trace->endLevel(result != nullptr);
+    return result;
 }
 
 CFArrayRef UIElement_p::extensivelyFindCandidateChildrenForParentElement(AXUIElementRef parent) const {
@@ -355,10 +432,22 @@ AXUIElementRef UIElement_p::selectMatches(const std::function<AXUIElementRef(AXU
                                           QFlags<UIElementSearchOption> searchOptions, bool* abort) const {
     // The application rules stand before the matching method.
     const ZRSerializableVariantMap& levelOptions = options();
-    if (levelOptions.value(kSyncToProToolsSelectedTrackOption).toBool())
+    ResolutionTrace* const trace = ResolutionTrace::current();
+    // The rule's choice is its own: the trace sees its tries only.
+    const auto traceRule = [trace](const QString& rule) {
+        if (trace) {
+            trace->matching(ResolutionTrace::Matching::ApplicationRule, {}, rule);
+            trace->stage(ResolutionTrace::Stage::ApplicationRule);
+        }
+    };
+    if (levelOptions.value(kSyncToProToolsSelectedTrackOption).toBool()) {
+        traceRule(kSyncToProToolsSelectedTrackOption);
         return selectProToolsSelectedInstrumentGroup(descend, children, parent, searchOptions, abort);
-    if (levelOptions.value(kLogicProSelectFirstEmptyPluginSlotOption).toBool())
+    }
+    if (levelOptions.value(kLogicProSelectFirstEmptyPluginSlotOption).toBool()) {
+        traceRule(kLogicProSelectFirstEmptyPluginSlotOption);
         return selectLogicProNextEmptyPluginSlot(descend, children, abort);
+    }
     if (matchingMethod() != CustomMatching)
         return selectMatchesUsingBuiltInMatching(descend, children, searchOptions, abort);
     return selectMatchesUsingCustomMatching(descend, children, parent, searchOptions, abort);

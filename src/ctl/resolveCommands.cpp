@@ -1,6 +1,7 @@
 #include "resolveCommands.h"
 
 #include "CFTypeSmartRef.h"
+#include "ResolutionTrace.h"
 #include "UIElement.h"
 #include "UIElement_p.h"
 #include "ax/PlatformCallCounters.h"
@@ -55,12 +56,17 @@ const UIElement_p* firstDescription(const UIElementCollection& collection) {
     return first ? first->platformSpecificEntity() : nullptr;
 }
 
-Resolution resolveOnce(const UIElementCollection& collection, const ResolveOptions& options) {
+// With a trace, the resolution records into it; nothing else differs.
+Resolution resolveOnce(const UIElementCollection& collection, const ResolveOptions& options,
+                       ResolutionTrace* trace = nullptr) {
     const QFlags<UIElementSearchOption> searchOptions(options.translations ? UIElementSearchMatchTranslations
                                                                            : UIElementSearchOption(0));
     Resolution resolution;
     NativeUIElement found;
     QElapsedTimer timer;
+    std::optional<ResolutionTrace::Scope> scope;
+    if (trace)
+        scope.emplace(*trace);
     resetPlatformCallCounts();
     timer.start();
     if (options.level) {
@@ -74,6 +80,7 @@ Resolution resolveOnce(const UIElementCollection& collection, const ResolveOptio
     }
     resolution.nanoseconds = timer.nsecsElapsed();
     const QMap<QString, quint64> counts = platformCallCounts();
+    scope.reset();
     for (auto it = counts.cbegin(); it != counts.cend(); ++it)
         if (it.value() > 0)
             resolution.calls.insert(it.key(), it.value());
@@ -148,6 +155,7 @@ bool checkLevel(const UIElementCollection& collection, int level, const QString&
 // whether a resolution always does the same.
 struct Runs {
     Resolution first;
+    ResolutionTrace trace; // of the first, with --explain
     QList<qint64> sortedNanoseconds;
     QMap<int, int> codeCounts; // code to the number of runs that gave it
     bool callsDiffered = false;
@@ -155,7 +163,7 @@ struct Runs {
 
 Runs resolveRepeatedly(const UIElementCollection& collection, const ResolveOptions& options) {
     Runs runs;
-    runs.first = resolveOnce(collection, options);
+    runs.first = resolveOnce(collection, options, options.explain ? &runs.trace : nullptr);
     runs.sortedNanoseconds << runs.first.nanoseconds;
     runs.codeCounts[runs.first.code] = 1;
     for (int run = 1; run < options.repeat; ++run) {
@@ -242,6 +250,449 @@ void describeCost(const Runs& runs, QStringList& lines, QJsonObject& answer) {
     answer.insert("callsDiffered", runs.callsDiffered);
 }
 
+// --explain: the trace of the first resolution, as text and as JSON from one pass over it.
+
+using Trace = ResolutionTrace;
+
+// Each enumerator's JSON key and the words that the text uses.
+struct Name {
+    const char* key;
+    const char* text;
+};
+
+Name nameOf(Trace::Stage stage) {
+    static const Name names[] = {{"application", "application"},
+                                 {"hintPosition", "hint position"},
+                                 {"loneCandidate", "lone candidate"},
+                                 {"title", "title"},
+                                 {"roleIndex", "role index"},
+                                 {"childIndex", "child index"},
+                                 {"rest", "rest"},
+                                 {"childOrder", "child order"},
+                                 {"applicationRule", "application rule"}};
+    return names[int(stage)];
+}
+
+Name nameOf(Trace::Verdict verdict) {
+    static const Name names[] = {{"roleDiffers", "role differs"},
+                                 {"differs", "differs"},
+                                 {"exact", "exact"},
+                                 {"loose", "loose (questionable attributes left out)"},
+                                 {"matches", "matches"}};
+    return names[int(verdict)];
+}
+
+Name nameOf(Trace::Matching matching) {
+    static const Name names[] = {{"builtIn", "built-in matching"},
+                                 {"strict", "strict matching"},
+                                 {"custom", "custom matching"},
+                                 {"applicationRule", "application rule"}};
+    return names[int(matching)];
+}
+
+Name nameOf(Trace::Choice choice) {
+    static const Name names[] = {{"none", "none"},
+                                 {"notAnApplication", "none: the top of the chain is no application"},
+                                 {"anyApplication", "any application"},
+                                 {"processName", "by process name"},
+                                 {"bundleId", "by bundle identifier"}};
+    return names[int(choice)];
+}
+
+Name nameOf(Trace::HintOutcome outcome) {
+    static const Name names[] = {{"nothingThere", "no element there"},
+                                 {"noVerifiableAncestor", "no ancestor that can be verified"},
+                                 {"rootedInApplication", "rooted in its application, left to the walk"},
+                                 {"searched", "searched"}};
+    return names[int(outcome)];
+}
+
+const char* reasonKey(Trace::Reason reason) {
+    static const char* keys[] = {"found",       "targetTypeMissing", "noApplication",
+                                 "noHint",      "hintFoundNothing",  "childrenUnreadable",
+                                 "noChildren",  "noChildOfRole",     "noChildMatched",
+                                 "filteredOut", "ruleChoseNothing",  "stopped"};
+    return keys[int(reason)];
+}
+
+// Far more than a person reads: the rest of a long walk is counted, not shown.
+constexpr int shownVisits = 60;
+
+QString describedText(const QString& role, const QString& title) {
+    return title.isEmpty() ? role : QStringLiteral("%1 \"%2\"").arg(role, title);
+}
+
+QString levelText(const Trace::Walk& walk, int level) {
+    const Trace::Level described = walk.chain.value(level);
+    return describedText(described.role, described.title);
+}
+
+QString attributesText(const QMap<QString, QVariant>& attributes) {
+    QStringList parts;
+    for (auto it = attributes.cbegin(); it != attributes.cend(); ++it)
+        parts << it.key() + QLatin1Char(' ') + valueText(it.value());
+    return parts.join(QStringLiteral(", "));
+}
+
+QJsonObject attributesJson(const QMap<QString, QVariant>& attributes) {
+    QJsonObject object;
+    for (auto it = attributes.cbegin(); it != attributes.cend(); ++it)
+        object.insert(it.key(), valueJson(it.value()));
+    return object;
+}
+
+// "AXDescription ("Save" for "Export document")": what the candidate holds where the description
+// holds another value.
+QString differencesText(const Trace::Candidate& candidate, const QMap<QString, QVariant>& compared) {
+    QStringList parts;
+    for (const QString& key : candidate.differs) {
+        const auto live = candidate.attributes.constFind(key);
+        parts << QStringLiteral("%1 (%2, saved %3)")
+                     .arg(key,
+                          live == candidate.attributes.cend() ? QStringLiteral("unreadable")
+                                                              : valueText(*live),
+                          valueText(compared.value(key)));
+    }
+    return parts.join(QStringLiteral(", "));
+}
+
+QString candidateName(const Trace::Candidate& candidate) {
+    QString name = QStringLiteral("child %1").arg(candidate.child);
+    if (candidate.role)
+        name += QLatin1Char(' ') + describedText(*candidate.role, candidate.title.value_or(QString()));
+    return name;
+}
+
+QJsonObject candidateJson(const Trace::Candidate& candidate) {
+    QJsonObject object{{"child", candidate.child},
+                       {"attributes", attributesJson(candidate.attributes)},
+                       {"verdict", nameOf(candidate.verdict).key},
+                       {"passed", candidate.passed},
+                       {"differs", QJsonArray::fromStringList(candidate.differs)}};
+    if (candidate.role)
+        object.insert("role", *candidate.role);
+    if (candidate.title)
+        object.insert("title", *candidate.title);
+    if (!candidate.removedBy.isEmpty())
+        object.insert("removedBy", candidate.removedBy);
+    return object;
+}
+
+// Where a descent went: an application, the ancestor under a hint offset, or a child.
+QString stepText(const Trace::Descent& step) {
+    if (step.stage == Trace::Stage::Application)
+        return QStringLiteral("application %1").arg(step.pid);
+    if (step.stage == Trace::Stage::HintPosition)
+        return QStringLiteral("hint offset %1").arg(coordinatesText(step.offset));
+    return QStringLiteral("child %1 (%2)").arg(step.child).arg(nameOf(step.stage).text);
+}
+
+QJsonObject stepJson(const Trace::Descent& step) {
+    QJsonObject object{{"stage", nameOf(step.stage).key}};
+    if (step.stage == Trace::Stage::Application)
+        object.insert("pid", step.pid);
+    else if (step.stage == Trace::Stage::HintPosition)
+        object.insert("offset", pointJson(step.offset));
+    else
+        object.insert("child", step.child);
+    return object;
+}
+
+// The one line that says where the walk ended and why.
+QString reasonText(const Trace::Walk& walk) {
+    const int levels = int(walk.chain.size());
+    const int deepest = walk.deepestVisit();
+    const int level = deepest < 0 ? (walk.found ? levels - 1 : 0) : walk.visits.at(deepest).level;
+    const QString where =
+        QStringLiteral("level %1 of %2, %3: ").arg(level).arg(levels).arg(levelText(walk, level));
+    const QString values = walk.choiceValues.join(QStringLiteral(", "));
+    switch (walk.reason()) {
+    case Trace::Reason::Found: {
+        QStringList steps;
+        for (const Trace::Descent& step : walk.path)
+            steps << stepText(step);
+        return where + QStringLiteral("found through ") + steps.join(QStringLiteral(" > "));
+    }
+    case Trace::Reason::TargetTypeMissing:
+        return where + QStringLiteral("found, but it has no ancestor of the target type %1")
+                           .arg(walk.missingTargetType);
+    case Trace::Reason::NoApplication:
+        if (walk.choice == Trace::Choice::AnyApplication)
+            return where + QStringLiteral("no application is running");
+        return where + QStringLiteral("no running application with %1 %2")
+                           .arg(walk.choice == Trace::Choice::ProcessName
+                                    ? QStringLiteral("the process name")
+                                    : QStringLiteral("the bundle identifier"),
+                                values);
+    case Trace::Reason::NoHint:
+        return where +
+               QStringLiteral("the chain does not reach its application, and no hint position was given");
+    case Trace::Reason::HintFoundNothing:
+        return where + QStringLiteral("the chain does not reach its application, and nothing around the hint "
+                                      "position %1 could be searched from")
+                           .arg(coordinatesText(*walk.hint));
+    default:
+        break;
+    }
+    const Trace::Visit& visit = walk.visits.at(deepest);
+    const int under = walk.visitsAtLevel(visit.level);
+    QString parent = levelText(walk, visit.level - 1);
+    if (under > 1)
+        parent += QStringLiteral(" (each of the %1 tried)").arg(under);
+    switch (walk.reason()) {
+    case Trace::Reason::ChildrenUnreadable:
+        return where + QStringLiteral("the children of %1 could not be read").arg(parent);
+    case Trace::Reason::NoChildren:
+        return where + QStringLiteral("%1 has no children").arg(parent);
+    case Trace::Reason::RuleChoseNothing:
+        return where + QStringLiteral("the application rule %1 chose no child of %2").arg(visit.rule, parent);
+    case Trace::Reason::Stopped:
+        return where + QStringLiteral("%1 candidates passed, and the walk went no deeper").arg(visit.passed);
+    case Trace::Reason::FilteredOut:
+        for (const Trace::Filter& filter : visit.filters) {
+            if (filter.after == 0)
+                return where + QStringLiteral("%1 children of %2 had the defining attributes; the filter %3 "
+                                              "(accepts %4) removed the last")
+                                   .arg(visit.matchedAttributes)
+                                   .arg(parent, filter.key, valueText(filter.accepted));
+        }
+        break;
+    case Trace::Reason::NoChildOfRole: {
+        QStringList roles;
+        for (auto it = visit.roles.cbegin(); it != visit.roles.cend(); ++it)
+            roles << (it.value() > 1 ? QStringLiteral("%1 x%2").arg(it.key()).arg(it.value()) : it.key());
+        return where + QStringLiteral("no child of %1 has the role %2 (its children: %3)")
+                           .arg(parent, visit.role, roles.join(QStringLiteral(", ")));
+    }
+    default:
+        break;
+    }
+    // No child matched: the nearest candidate tells which attribute broke the description.
+    const std::optional<Trace::Candidate>& nearest = visit.nearest;
+    QString text = where;
+    if (nearest && nearest->differs.size() == 1)
+        text += QStringLiteral("no child of %1 matched %2 %3")
+                    .arg(parent, nearest->differs.first(),
+                         valueText(visit.compared.value(nearest->differs.first())));
+    else
+        text += QStringLiteral("no child of %1 matched the compared attributes").arg(parent);
+    if (nearest)
+        text += QStringLiteral("; nearest candidate, %1, differs in %2")
+                    .arg(candidateName(*nearest), differencesText(*nearest, visit.compared));
+    return text;
+}
+
+// Renders the levels of a walk depth first, each indented below the descent that led to it.
+class TraceRenderer {
+public:
+    TraceRenderer(const Trace::Walk& walk, QStringList& lines) : m_walk(walk), m_lines(lines) {}
+
+    QJsonArray descents(const QList<Trace::Descent>& descents, int depth) {
+        QJsonArray array;
+        for (const Trace::Descent& descent : descents)
+            array.append(this->descent(descent, depth));
+        return array;
+    }
+
+    int notShown() const { return m_notShown; }
+
+private:
+    void line(int depth, const QString& text) { m_lines << QString(2 * depth + 2, QLatin1Char(' ')) + text; }
+
+    QJsonObject descent(const Trace::Descent& descent, int depth) {
+        QJsonObject object = stepJson(descent);
+        object.insert("found", descent.found);
+        if (descent.stage == Trace::Stage::HintPosition) {
+            object.insert("outcome", nameOf(descent.hint).key);
+            if (descent.hint != Trace::HintOutcome::Searched) {
+                line(depth, stepText(descent) + QStringLiteral(": ") + nameOf(descent.hint).text);
+                return object;
+            }
+        }
+        line(depth, stepText(descent) +
+                        (descent.found ? QStringLiteral(": found") : QStringLiteral(": failed below")));
+        object.insert("below",
+                      descent.below < 0 ? QJsonValue(QJsonValue::Null) : visit(descent.below, depth + 1));
+        return object;
+    }
+
+    QJsonValue visit(int index, int depth) {
+        if (++m_shown > shownVisits) {
+            ++m_notShown;
+            return QJsonValue(QJsonValue::Null);
+        }
+        const Trace::Visit& visit = m_walk.visits.at(index);
+        QJsonObject object{{"level", visit.level},
+                           {"role", visit.role},
+                           {"title", visit.title},
+                           {"matching", nameOf(visit.matching).key},
+                           {"children", visit.children < 0 ? QJsonValue(QJsonValue::Null) : visit.children},
+                           {"compared", attributesJson(visit.compared)},
+                           {"passed", visit.passed},
+                           {"found", visit.found}};
+        QString head = QStringLiteral("level %1, %2, %3")
+                           .arg(visit.level)
+                           .arg(describedText(visit.role, visit.title), nameOf(visit.matching).text);
+        if (visit.matching == Trace::Matching::ApplicationRule) {
+            object.insert("rule", visit.rule);
+            head += QLatin1Char(' ') + visit.rule;
+        } else if (!visit.compared.isEmpty()) {
+            head += QStringLiteral(" of ") + attributesText(visit.compared);
+        }
+        line(depth, head + (visit.children < 0    ? QStringLiteral(": the children could not be read")
+                            : visit.children == 1 ? QStringLiteral(": 1 child")
+                                                  : QStringLiteral(": %1 children").arg(visit.children)));
+        QJsonArray candidates;
+        for (const Trace::Candidate& candidate : visit.candidates) {
+            QString text = candidateName(candidate);
+            if (!candidate.attributes.isEmpty())
+                text += QStringLiteral(", ") + attributesText(candidate.attributes);
+            text += QStringLiteral(": ") + nameOf(candidate.verdict).text;
+            if (!candidate.differs.isEmpty())
+                text += QStringLiteral(" in ") + candidate.differs.join(QStringLiteral(", "));
+            if (!candidate.removedBy.isEmpty())
+                text += QStringLiteral(", removed by ") + candidate.removedBy;
+            else if (candidate.passed)
+                text += QStringLiteral(", passed");
+            line(depth + 1, text);
+            candidates.append(candidateJson(candidate));
+        }
+        if (visit.candidatesNotListed > 0)
+            line(depth + 1, QStringLiteral("and %1 more children").arg(visit.candidatesNotListed));
+        object.insert("candidates", candidates);
+        object.insert("candidatesNotListed", visit.candidatesNotListed);
+        QJsonArray filters;
+        for (const Trace::Filter& filter : visit.filters) {
+            line(depth + 1, QStringLiteral("filter %1 (accepts %2): %3 of %4 kept")
+                                .arg(filter.key, valueText(filter.accepted))
+                                .arg(filter.after)
+                                .arg(filter.before));
+            filters.append(QJsonObject{{"key", filter.key},
+                                       {"accepts", valueJson(filter.accepted)},
+                                       {"before", filter.before},
+                                       {"after", filter.after}});
+        }
+        object.insert("filters", filters);
+        if (visit.titleHit) {
+            const int hit = *visit.titleHit;
+            line(depth + 1,
+                 hit < 0 ? QStringLiteral("title stage: no child has the title")
+                         : QStringLiteral("title stage: child %1 has the title%2")
+                               .arg(hit)
+                               .arg(visit.titleHitWasCandidate ? QString()
+                                                               : QStringLiteral(", but is no candidate")));
+            object.insert("titleStage", QJsonObject{{"child", hit < 0 ? QJsonValue(QJsonValue::Null) : hit},
+                                                    {"candidate", visit.titleHitWasCandidate}});
+        }
+        if (visit.matching != Trace::Matching::ApplicationRule && visit.children > 0)
+            line(depth + 1, QStringLiteral("%1 passed").arg(visit.passed));
+        object.insert("descents", descents(visit.descents, depth + 1));
+        if (visit.descentsNotListed > 0)
+            line(depth + 1, QStringLiteral("and %1 more descents").arg(visit.descentsNotListed));
+        object.insert("descentsNotListed", visit.descentsNotListed);
+        return object;
+    }
+
+    const Trace::Walk& m_walk;
+    QStringList& m_lines;
+    int m_shown = 0;
+    int m_notShown = 0;
+};
+
+// The alternative that a walk resolved: its place in the collection.
+int alternativeOf(const UIElementCollection& collection, const Trace::Walk& walk) {
+    const UIElementList& elements = collection.elements();
+    for (qsizetype i = 0; i < elements.size(); ++i)
+        if (elements.at(i) && elements.at(i)->platformSpecificEntity() == walk.description)
+            return int(i);
+    return -1;
+}
+
+// The summary lines, one per walk, and the trace of each walk after the rest of the answer.
+void describeTrace(const Trace& trace, const UIElementCollection& collection, QStringList& summary,
+                   QStringList& lines, QJsonObject& answer) {
+    const bool several = trace.walks().size() > 1;
+    QJsonArray walks;
+    if (trace.walks().isEmpty())
+        summary << QStringLiteral("explain: no alternative was walked");
+    for (const Trace::Walk& walk : trace.walks()) {
+        const int alternative = alternativeOf(collection, walk);
+        const QString reason = reasonText(walk);
+        summary << (several ? QStringLiteral("explain, alternative %1: ").arg(alternative)
+                            : QStringLiteral("explain: ")) +
+                       reason;
+        QStringList chain;
+        QJsonArray chainJson;
+        for (const Trace::Level& level : walk.chain) {
+            chain << describedText(level.role, level.title);
+            chainJson.append(QJsonObject{{"role", level.role}, {"title", level.title}});
+        }
+        lines << QStringLiteral("trace of alternative %1, %2 levels: %3")
+                     .arg(alternative)
+                     .arg(walk.chain.size())
+                     .arg(chain.join(QStringLiteral(" > ")));
+        QJsonObject object{{"alternative", alternative},
+                           {"levels", int(walk.chain.size())},
+                           {"chain", chainJson},
+                           {"summary", reason},
+                           {"found", walk.found}};
+        const int deepest = walk.deepestVisit();
+        QJsonObject deepestJson{{"level", deepest < 0 ? (walk.found ? int(walk.chain.size()) - 1 : 0)
+                                                      : walk.visits.at(deepest).level},
+                                {"reason", reasonKey(walk.reason())}};
+        const bool hasNearest = deepest >= 0 && walk.visits.at(deepest).nearest;
+        deepestJson.insert("nearest", hasNearest ? QJsonValue(candidateJson(*walk.visits.at(deepest).nearest))
+                                                 : QJsonValue(QJsonValue::Null));
+        object.insert("deepest", deepestJson);
+        QJsonArray path;
+        for (const Trace::Descent& step : walk.path)
+            path.append(stepJson(step));
+        object.insert("path", path);
+
+        const QString choice = nameOf(walk.choice).text;
+        QStringList pids;
+        QJsonArray pidsJson;
+        for (const int pid : walk.pids) {
+            pids << QString::number(pid);
+            pidsJson.append(pid);
+        }
+        if (walk.choice == Trace::Choice::BundleId || walk.choice == Trace::Choice::ProcessName)
+            lines << QStringLiteral("  applications %1 %2: %3")
+                         .arg(choice, walk.choiceValues.join(QStringLiteral(", ")),
+                              pids.isEmpty() ? QStringLiteral("none running")
+                                             : pids.join(QStringLiteral(", ")));
+        else
+            lines << QStringLiteral("  applications: %1%2")
+                         .arg(choice, pids.isEmpty()
+                                          ? QString()
+                                          : QStringLiteral(": ") + pids.join(QStringLiteral(", ")));
+        object.insert("applications", QJsonObject{{"by", nameOf(walk.choice).key},
+                                                  {"values", QJsonArray::fromStringList(walk.choiceValues)},
+                                                  {"pids", pidsJson}});
+        // The applications' descents come first, then those of the hint offsets.
+        TraceRenderer renderer(walk, lines);
+        QList<Trace::Descent> applications, offsets;
+        for (const Trace::Descent& descent : walk.top)
+            (descent.stage == Trace::Stage::Application ? applications : offsets).append(descent);
+        QJsonArray top = renderer.descents(applications, 1);
+        if (walk.hintAsked)
+            lines << (walk.hint ? QStringLiteral("  hint position %1:").arg(coordinatesText(*walk.hint))
+                                : QStringLiteral("  no hint position"));
+        for (const QJsonValue& descent : renderer.descents(offsets, 1))
+            top.append(descent);
+        object.insert("hint", walk.hint ? QJsonValue(pointJson(*walk.hint)) : QJsonValue(QJsonValue::Null));
+        object.insert("top", top);
+        const int notShown = renderer.notShown() + walk.visitsNotKept;
+        if (notShown > 0)
+            lines << QStringLiteral("  and %1 more levels visited, not shown").arg(notShown);
+        object.insert("levelsNotShown", notShown);
+        walks.append(object);
+    }
+    answer.insert("explain", QJsonObject{{"listedPerLevel", Trace::listedPerLevel},
+                                         {"shownLevels", shownVisits},
+                                         {"alternatives", walks}});
+}
+
 } // namespace
 
 bool takeResolveOptions(QStringList& arguments, ResolveOptions& options) {
@@ -250,6 +701,9 @@ bool takeResolveOptions(QStringList& arguments, ResolveOptions& options) {
         QString value;
         if (option == QLatin1String("--translations")) {
             options.translations = true;
+            arguments.removeAt(i);
+        } else if (option == QLatin1String("--explain")) {
+            options.explain = true;
             arguments.removeAt(i);
         } else if (option == QLatin1String("--hint")) {
             QPoint hint;
@@ -316,6 +770,11 @@ int runResolve(const InspectorOptions& inspector, const ResolveOptions& options,
     }
     describeElement(runs.first.element, lines, answer);
     describeCost(runs, lines, answer);
+    if (options.explain) {
+        QStringList summary;
+        describeTrace(runs.trace, collection, summary, lines, answer);
+        lines = summary + lines;
+    }
     ctlPrintAnswer(inspector.json, lines, answer);
     if (code != UIElementFound)
         return ctlFail(ctlExitFailure,
