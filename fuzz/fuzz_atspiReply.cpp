@@ -18,7 +18,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     (void)atspiUintOfReply(reply);
     (void)atspiStatesOfReply(reply);
     (void)atspiInterfacesOfReply(reply);
-    (void)atspiItemsOfReply(reply);
+    // The items' interfaces and states are read later, from the reply as it was received.
+    if (const std::optional<std::vector<AtspiCacheItem>> items = atspiItemsOfReply(reply)) {
+        for (const AtspiCacheItem& item : *items) {
+            (void)item.interfaces();
+            (void)item.states();
+        }
+    }
     dbus_message_unref(reply);
     return 0;
 }

@@ -225,6 +225,29 @@ quint32 interfacesIn(DBusMessageIter& array) {
 
 } // namespace
 
+namespace {
+
+// The bus name and path of a reference (so), without making an object of it.
+void referenceIn(DBusMessageIter field, const char** bus, const char** path) {
+    DBusMessageIter reference;
+    dbus_message_iter_recurse(&field, &reference);
+    dbus_message_iter_get_basic(&reference, bus);
+    dbus_message_iter_next(&reference);
+    dbus_message_iter_get_basic(&reference, path);
+}
+
+} // namespace
+
+quint32 AtspiCacheItem::interfaces() const {
+    DBusMessageIter list = interfaceList;
+    return interfacesIn(list);
+}
+
+quint64 AtspiCacheItem::states() const {
+    DBusMessageIter set = stateSet;
+    return statesIn(set);
+}
+
 std::optional<std::vector<AtspiCacheItem>> atspiItemsOfReply(DBusMessage* reply) {
     if (!reply || dbus_message_get_type(reply) != DBUS_MESSAGE_TYPE_METHOD_RETURN ||
         std::strcmp(dbus_message_get_signature(reply), "a((so)(so)(so)iiassusau)") != 0)
@@ -240,22 +263,21 @@ std::optional<std::vector<AtspiCacheItem>> atspiItemsOfReply(DBusMessage* reply)
             dbus_message_iter_next(&field);
         };
         item.self = field;
+        referenceIn(field, &item.bus, &item.path);
         dbus_message_iter_next(&field);
         dbus_message_iter_next(&field); // the application
         item.parent = field;
+        referenceIn(field, &item.parentBus, &item.parentPath);
         dbus_message_iter_next(&field);
         basic(&item.index);
         basic(&item.childCount);
-        item.interfaces = interfacesIn(field);
+        item.interfaceList = field;
         dbus_message_iter_next(&field);
-        const char* text = nullptr;
-        basic(&text);
-        item.name = QString::fromUtf8(text);
+        basic(&item.name);
         basic(&item.role);
-        basic(&text);
-        item.description = QString::fromUtf8(text);
-        item.states = statesIn(field);
-        items.push_back(std::move(item));
+        basic(&item.description);
+        item.stateSet = field;
+        items.push_back(item);
     });
     return items;
 }
@@ -368,7 +390,62 @@ void AtspiReadBatch::close() {
 
 AtspiBatchedElement* AtspiReadBatch::find(const QByteArray& key) {
     auto found = elements.find(key);
-    return found == elements.end() ? nullptr : &found->second;
+    if (found != elements.end())
+        return &found->second;
+    if (trees.empty())
+        return nullptr;
+    AtspiBatchedElement added;
+    addFromTree(key, added);
+    if (!added.role)
+        return nullptr;
+    return &elements.emplace(key, std::move(added)).first->second;
+}
+
+AtspiBatchedElement& AtspiReadBatch::entry(const QByteArray& key) {
+    if (AtspiBatchedElement* known = find(key))
+        return *known;
+    return elements[key];
+}
+
+void AtspiReadBatch::addFromTree(const QByteArray& key, AtspiBatchedElement& known) {
+    const qsizetype split = key.indexOf('\n');
+    if (split < 0)
+        return;
+    auto tree = trees.find(QByteArray::fromRawData(key.constData(), split));
+    if (tree == trees.end())
+        return;
+    const int index = tree->second.byPath.value(
+        QByteArray::fromRawData(key.constData() + split + 1, key.size() - split - 1), -1);
+    if (index >= 0)
+        addItem(tree->second, index, key, known);
+}
+
+void AtspiReadBatch::addItem(const Tree& tree, int index, const QByteArray& key, AtspiBatchedElement& known) {
+    const AtspiCacheItem& item = tree.items[std::size_t(index)];
+    known.role = known.role.value_or(AtspiRole(item.role));
+    if (!known.name)
+        known.name = QString::fromUtf8(item.name);
+    if (!known.description)
+        known.description = QString::fromUtf8(item.description);
+    known.states = known.states.value_or(item.states());
+    const quint32 interfaces = item.interfaces();
+    known.interfaces = known.interfaces.value_or(interfaces);
+    if (tree.interfaces)
+        (*tree.interfaces)[key].interfaces = interfaces;
+    if (!known.parent) {
+        DBusMessageIter parent = item.parent;
+        known.parent = AccessibleRef(_atspi_dbus_consume_accessible(&parent));
+    }
+    auto list = tree.lists.constFind(QByteArray::fromRawData(item.path, qsizetype(std::strlen(item.path))));
+    if (!known.children && list != tree.lists.constEnd()) {
+        std::vector<AccessibleRef> children;
+        for (const int child : *list) {
+            DBusMessageIter self = tree.items[std::size_t(child)].self;
+            if (AtspiAccessible* element = _atspi_dbus_consume_accessible(&self))
+                children.emplace_back(element);
+        }
+        known.children = std::move(children);
+    }
 }
 
 AXError AtspiReadBatch::readAhead(AtspiAccessible* parent, const std::vector<AccessibleRef>& children,
@@ -510,54 +587,52 @@ void AtspiReadBatch::readItemsOnce(AtspiAccessible* element, AtspiInterfaceCache
     }
     if (items->size() > maximumItems)
         busesWithoutItems().insert(bus);
-    struct Sibling {
-        int index;
-        AtspiAccessible* element;
+    Tree tree;
+    tree.reply = {dbus_message_ref(reply), dbus_message_unref};
+    tree.items = std::move(*items);
+    tree.interfaces = interfaces;
+    const auto view = [](const char* text) {
+        return QByteArray::fromRawData(text, qsizetype(std::strlen(text)));
     };
-    std::vector<AccessibleRef> held; // the items' elements, while the lists are built
-    QHash<QByteArray, int> childCounts;
+    struct Sibling {
+        int index; // among the parent's children
+        int item;
+    };
     QHash<QByteArray, std::vector<Sibling>> byParent;
-    for (AtspiCacheItem& item : *items) {
-        AccessibleRef self(_atspi_dbus_consume_accessible(&item.self));
-        const AccessibleRef parent(_atspi_dbus_consume_accessible(&item.parent));
-        if (!self)
+    for (int i = 0; i < int(tree.items.size()); ++i) {
+        const AtspiCacheItem& item = tree.items[std::size_t(i)];
+        // Elements of other processes (an embedded one) are left to their own reads.
+        if (std::strcmp(item.bus, bus.constData()) != 0)
             continue;
-        const QByteArray key = AtspiReader(self.get()).key();
-        AtspiBatchedElement& known = entry(key);
-        known.role = known.role.value_or(AtspiRole(item.role));
-        known.name = known.name.value_or(std::move(item.name));
-        known.description = known.description.value_or(std::move(item.description));
-        known.states = known.states.value_or(item.states);
-        known.interfaces = known.interfaces.value_or(item.interfaces);
-        if (interfaces)
-            (*interfaces)[key].interfaces = item.interfaces;
-        childCounts.insert(key, item.childCount);
-        if (parent) {
-            if (!known.parent)
-                known.parent = retained(parent.get());
-            byParent[AtspiReader(parent.get()).key()].push_back({item.index, self.get()});
-        }
-        held.push_back(std::move(self));
+        tree.byPath.insert(view(item.path), i);
+        if (std::strcmp(item.parentBus, item.bus) == 0)
+            byParent[view(item.parentPath)].push_back({item.index, i});
     }
     // A list counts only where the cache holds every child of its parent, each in its place: the
     // toolkit leaves out the descendants of an element that manages them, and may add a new
     // element a moment after it shows.
     for (auto group = byParent.begin(); group != byParent.end(); ++group) {
         std::vector<Sibling>& siblings = *group;
-        if (childCounts.value(group.key(), -1) != int(siblings.size()))
+        const int parent = tree.byPath.value(group.key(), -1);
+        if (parent < 0 || tree.items[std::size_t(parent)].childCount != int(siblings.size()))
             continue;
         std::sort(siblings.begin(), siblings.end(),
                   [](const Sibling& a, const Sibling& b) { return a.index < b.index; });
-        bool inPlace = true;
-        for (std::size_t i = 0; i < siblings.size(); ++i)
-            inPlace = inPlace && siblings[i].index == int(i);
-        AtspiBatchedElement& known = entry(group.key());
-        if (!inPlace || known.children)
-            continue;
-        std::vector<AccessibleRef> children;
-        for (const Sibling& sibling : siblings)
-            children.push_back(retained(sibling.element));
-        known.children = std::move(children);
+        std::vector<int> list;
+        for (std::size_t i = 0; i < siblings.size() && siblings[i].index == int(i); ++i)
+            list.push_back(siblings[i].item);
+        if (list.size() == siblings.size())
+            tree.lists.insert(group.key(), std::move(list));
+    }
+    // What the batch knew before of elements of the tree gains what the tree adds.
+    const QByteArray prefix = bus + '\n';
+    Tree& kept = trees.emplace(bus, std::move(tree)).first->second;
+    for (auto& [key, known] : elements) {
+        if (key.startsWith(prefix)) {
+            const int index = kept.byPath.value(key.mid(prefix.size()), -1);
+            if (index >= 0)
+                addItem(kept, index, key, known);
+        }
     }
 }
 

@@ -15,10 +15,12 @@
 #include "AtspiReader.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QHashFunctions>
 #include <QSet>
 #include <QString>
 
+#include <memory>
 #include <optional>
 #include <unordered_map>
 #include <vector>
@@ -40,6 +42,27 @@ struct AtspiBatchedElement {
     std::optional<std::vector<AccessibleRef>> shownChildren;
 };
 
+// One element of a toolkit's cache (Cache.GetItems), read in place: the iterators and texts point
+// into the reply and are valid while it lives. The interfaces and states are read when asked.
+struct AtspiCacheItem {
+    DBusMessageIter self;
+    DBusMessageIter parent;
+    const char* bus = "";
+    const char* path = "";
+    const char* parentBus = "";
+    const char* parentPath = "";
+    qint32 index = 0; // among its parent's children
+    qint32 childCount = 0;
+    DBusMessageIter interfaceList;
+    const char* name = "";
+    quint32 role = 0;
+    const char* description = "";
+    DBusMessageIter stateSet;
+
+    quint32 interfaces() const;
+    quint64 states() const;
+};
+
 class AtspiReadBatch {
 public:
     // The batch open on the calling thread, null when there is none.
@@ -50,7 +73,7 @@ public:
 
     // What the batch knows of the element with this key (AtspiReader::key), null if nothing.
     AtspiBatchedElement* find(const QByteArray& key);
-    AtspiBatchedElement& entry(const QByteArray& key) { return elements[key]; }
+    AtspiBatchedElement& entry(const QByteArray& key);
 
     // Reads the fields above of each child of parent in one round trip. kAXErrorCannotComplete
     // when the application let it time out; a child gone meanwhile is simply left unknown.
@@ -72,7 +95,8 @@ public:
     // The whole tree of the element's application from its toolkit's cache (GTK's
     // Cache.GetItems), once per application and batch: role, name, description, states,
     // interfaces and parent of every element, and the children of every element whose children
-    // the cache holds all of. Nothing where the toolkit has no such cache.
+    // the cache holds all of. Nothing where the toolkit has no such cache. An element of the tree
+    // becomes an entry of the batch when it is first asked for: a walk asks for few of them.
     void readItemsOnce(AtspiAccessible* element, AtspiInterfaceCache* interfaces);
     // Past this many elements a tree is read level by level: reading it whole every tick would
     // cost its application more than the levels do.
@@ -90,9 +114,24 @@ private:
     struct KeyHash {
         std::size_t operator()(const QByteArray& key) const { return qHash(key); }
     };
+    // An application's tree as its cache gave it, by object path.
+    struct Tree {
+        std::unique_ptr<DBusMessage, void (*)(DBusMessage*)> reply{nullptr, nullptr};
+        std::vector<AtspiCacheItem> items;
+        QHash<QByteArray, int> byPath; // raw views into the reply
+        // The children of each parent whose children the cache holds all of, each in its place.
+        QHash<QByteArray, std::vector<int>> lists;
+        AtspiInterfaceCache* interfaces = nullptr;
+    };
+    // The tree's word on the element with this key, where a tree holds it: added to `known`
+    // where `known` does not have it yet.
+    void addFromTree(const QByteArray& key, AtspiBatchedElement& known);
+    void addItem(const Tree& tree, int index, const QByteArray& key, AtspiBatchedElement& known);
+
     // Node-based: an entry stays where it is while others are added.
     std::unordered_map<QByteArray, AtspiBatchedElement, KeyHash> elements;
-    QSet<QByteArray> itemsAsked; // bus names
+    std::unordered_map<QByteArray, Tree, KeyHash> trees; // by bus name
+    QSet<QByteArray> itemsAsked;                         // bus names
     QSet<pid_t> alive;
     int depth = 0;
 };
@@ -115,19 +154,6 @@ std::optional<quint32> atspiUintOfReply(DBusMessage* reply);
 std::optional<quint64> atspiStatesOfReply(DBusMessage* reply);
 std::optional<quint32> atspiInterfacesOfReply(DBusMessage* reply);
 
-// One element of a toolkit's cache (Cache.GetItems). `self` and `parent` point at the references
-// in the reply, valid while it lives.
-struct AtspiCacheItem {
-    DBusMessageIter self;
-    DBusMessageIter parent;
-    qint32 index = 0; // among its parent's children
-    qint32 childCount = 0;
-    quint32 interfaces = 0;
-    QString name;
-    quint32 role = 0;
-    QString description;
-    quint64 states = 0;
-};
 // The items of a reply of GetItems in the form that the toolkits of at-spi2-core 2.x answer;
 // nullopt for any other reply.
 std::optional<std::vector<AtspiCacheItem>> atspiItemsOfReply(DBusMessage* reply);
