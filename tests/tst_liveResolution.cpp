@@ -8,7 +8,10 @@
 #include "platformTestSupport.h"
 #include "testSupport.h"
 
+#include "ResolutionTrace.h"
 #include "UIElement.h"
+#include "UIElementSearch.h"
+#include "UIElement_p.h"
 #include "dataObjectSerialization.h"
 
 #include <QMap>
@@ -188,6 +191,38 @@ private Q_SLOTS:
     void resolvesToTheCapturedElement() {
         QFETCH(QString, row);
         verifyResolvesToLiveElement(rowNamed(row));
+    }
+
+    // A description whose element was renamed: the trace names the last level and the title.
+    void aTraceNamesTheLevelThatNoLongerFits_data() {
+        QTest::addColumn<QString>("row");
+        QTest::newRow("gtk") << QString("gtk check box, third of six");
+        QTest::newRow("qt") << QString("qt push button");
+    }
+    void aTraceNamesTheLevelThatNoLongerFits() {
+        QFETCH(QString, row);
+        const auto collection = load(saved.value(row));
+        UIElement* element = collection->elements().first();
+        QList<const UIElement_p*> chain;
+        element->platformSpecificEntity()->topDownElementList(chain);
+        const int leaf = int(chain.size()) - 1;
+        element->setMatchingMethod(StrictMatching);
+        element->setAttributeValueForElementAtHierarchyLevel(leaf, "AXTitle", QString("renamed"));
+        ResolutionTrace trace;
+        {
+            const ResolutionTrace::Scope scope(trace);
+            QCOMPARE(resolve(*collection, nullptr), UIElementNotFound);
+        }
+        QVERIFY(!trace.walks().isEmpty());
+        const ResolutionTrace::Walk& walk = trace.walks().first();
+        const int deepest = walk.deepestVisit();
+        QVERIFY(deepest >= 0);
+        const ResolutionTrace::Visit& visit = walk.visits.at(deepest);
+        QCOMPARE(visit.level, leaf);
+        QCOMPARE(walk.reason(), ResolutionTrace::Reason::NoChildMatched);
+        QVERIFY(visit.nearest);
+        QCOMPARE(visit.nearest->attributes.value("AXTitle").toString(), QString(rowNamed(row).title));
+        QVERIFY2(visit.nearest->differs.contains("AXTitle"), qPrintable(visit.nearest->differs.join(' ')));
     }
 
     void resolvesAfterItsWindowMoved_data() { addRows(); }

@@ -4,6 +4,7 @@
 #include "ConnectionHandler.h"
 #include "QtLocalPeer.h"
 #include "QtThreadUtilities.h"
+#include "cf/CFRuntime.h"
 #include "toolIds.h"
 
 #include <QCoreApplication>
@@ -63,9 +64,14 @@ int main(int argc, char* argv[]) {
                      &ConnectionHandler::receiveMessage);
     commandPeer->listenForMessages();
     qDebug() << "Ostrik Conductor UI element tool running";
+    const CFIndex objectsAtStart = CFRuntime::liveObjectCount();
 
     QCoreApplication::exec();
 
+    // Once nothing is watched, a count above the one at start is a leak; the soak run checks it.
+    qDebug().noquote() << QStringLiteral("UI element tool: %1 platform objects alive, %2 at start")
+                              .arg(CFRuntime::liveObjectCount())
+                              .arg(objectsAtStart);
     qDebug() << "Ostrik Conductor UI element tool exiting";
     delete handler;
     delete reportPeer;
