@@ -10,6 +10,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 minutes=${1:-20}
+scripts/bootstrap.sh
 scripts/build.sh asan ui-element-tool | tail -n 1
 scripts/build.sh plain ui-element-ctl | tail -n 1
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
