@@ -211,23 +211,29 @@ QList<WindowInfo> X11Desktop::windows() {
 }
 
 QList<pid_t> X11Desktop::windowOwners() {
-    bool changed = false;
     {
         ErrorTrap trap(display);
-        changed = rootChanged();
+        rootChanged();
     }
-    if (changed || !owners)
+    if (!owners)
         windows();
     return lost ? QList<pid_t>() : owners.value_or(QList<pid_t>());
 }
 
-// Under an ErrorTrap: reading events finds a server that has gone away.
+// Under an ErrorTrap: reading events finds a server that has gone away. One round trip first, so
+// that every change the server made before this call has sent its event.
 bool X11Desktop::rootChanged() {
     bool changed = false;
+    if (!lost)
+        XSync(display, False);
     while (!lost && XPending(display) > 0) {
         XEvent event;
         XNextEvent(display, &event);
         changed = true;
+    }
+    if (changed) {
+        owners.reset();
+        activeOwner.reset();
     }
     return changed;
 }
@@ -495,13 +501,21 @@ std::optional<pid_t> X11Desktop::activeWindowOwner() {
     if (lost)
         return std::nullopt;
     ErrorTrap trap(display);
-    if (managerCheckWindow() == None)
+    rootChanged();
+    if (activeOwner)
+        return *activeOwner;
+    if (managerCheckWindow() == None) {
+        activeOwner = std::optional<pid_t>();
         return std::nullopt;
+    }
     const Window active = windowIn(display, DefaultRootWindow(display), atoms->netActiveWindow);
     const pid_t owner = active != None ? ownerOf(active) : 0;
     if (lost)
         return std::nullopt;
-    return trap.errors() == 0 ? owner : 0;
+    if (trap.errors() != 0)
+        return 0;
+    activeOwner = std::optional<pid_t>(owner);
+    return owner;
 }
 
 namespace {

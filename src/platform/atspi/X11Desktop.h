@@ -107,11 +107,15 @@ private:
     XWindow managerCheckWindow();
     bool act(CGWindowID id, const std::function<bool(XWindow window, bool managed)>& requests);
     // Whether any window was created, destroyed, mapped, unmapped, moved or restacked at the top,
-    // or a root property changed (a manager's client lists), since the last call.
+    // or a root property changed (a manager's client lists, its active window), since the last
+    // call; the answers kept from the root are dropped then.
     bool rootChanged();
 
     _XDisplay* display;
     std::unique_ptr<Atoms> atoms;
     bool lost = false;
-    std::optional<QList<pid_t>> owners; // of the last windows(), while the root has not changed
+    // Kept while the root has not changed: the owners of the last windows(), and the last
+    // activeWindowOwner() (nullopt inside: no manager).
+    std::optional<QList<pid_t>> owners;
+    std::optional<std::optional<pid_t>> activeOwner;
 };
