@@ -126,7 +126,6 @@ class Soak:
         # with half the mixer gone, the busy application busy and the dying group dying.
         self.phase = 1
         self.phases = [(0.0, 1)]          # (time, phase) from the start
-        self.restarts = {}                # collection -> times it was started again
         self.peer_away = []               # (from, to) times without the report peer
         self.reports = []                 # (time, collection, found)
         self.reports_lock = threading.Lock()
@@ -199,7 +198,6 @@ class Soak:
             self.run_ctl("stop", str(collection))
         for collection in chosen:
             self.watch(collection)
-            self.restarts.setdefault(collection, []).append(self.now())
 
     def next_phase(self):
         self.phase += 1

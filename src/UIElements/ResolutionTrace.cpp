@@ -136,10 +136,8 @@ void ResolutionTrace::beginLevel(const UIElement_p& description, int level) {
     }
     if (index >= 0 && !m_openDescents.isEmpty()) {
         const OpenDescent& open = m_openDescents.last();
-        if (open.listed >= 0) {
-            QList<Descent>& descents = open.parent < 0 ? current->top : current->visits[open.parent].descents;
-            descents[open.listed].below = index;
-        }
+        if (open.listed >= 0)
+            current->descentsFrom(open.parent)[open.listed].below = index;
     }
     m_openVisits.append(OpenVisit{index});
 }
@@ -189,8 +187,7 @@ void ResolutionTrace::candidate(int child, std::optional<QString> role,
     if (seen.role)
         ++visit->roles[*seen.role];
     // Differing in fewer keys is nearer; of equals the first in child order.
-    const bool roleFits = verdict != Verdict::RoleDiffers;
-    if (roleFits && verdict == Verdict::Differs &&
+    if (verdict == Verdict::Differs &&
         (!visit->nearest || seen.differs.size() < visit->nearest->differs.size()))
         visit->nearest = seen;
     if (visit->candidates.size() < listedPerLevel)
@@ -285,10 +282,8 @@ void ResolutionTrace::endDescent(bool found) {
         return;
     OpenDescent ended = m_openDescents.takeLast();
     ended.descent.found = found;
-    if (ended.listed >= 0) {
-        QList<Descent>& descents = ended.parent < 0 ? current->top : current->visits[ended.parent].descents;
-        descents[ended.listed].found = found;
-    }
+    if (ended.listed >= 0)
+        current->descentsFrom(ended.parent)[ended.listed].found = found;
     if (found)
         current->path.prepend(ended.descent);
 }
@@ -309,6 +304,13 @@ int ResolutionTrace::Walk::deepestVisit() const {
             deepest = i;
     }
     return deepest;
+}
+
+int ResolutionTrace::Walk::deepestLevel() const {
+    const int deepest = deepestVisit();
+    if (deepest >= 0)
+        return visits.at(deepest).level;
+    return found ? int(chain.size()) - 1 : 0;
 }
 
 int ResolutionTrace::Walk::visitsAtLevel(int level) const {

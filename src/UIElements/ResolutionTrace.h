@@ -131,7 +131,11 @@ public:
         // The visit of the deepest level the walk got to that tells most; -1 when it never came
         // below the top.
         int deepestVisit() const;
+        // The level of that visit; the last level of a walk found at the top, else 0.
+        int deepestLevel() const;
         int visitsAtLevel(int level) const;
+        // The descents from the visit with this index; from the top for -1.
+        QList<Descent>& descentsFrom(int visit) { return visit < 0 ? top : visits[visit].descents; }
     };
 
     // Installs a trace for the current thread for as long as it lives.

@@ -400,11 +400,10 @@ QJsonObject stepJson(const Trace::Descent& step) {
 
 // The one line that says where the walk ended and why.
 QString reasonText(const Trace::Walk& walk) {
-    const int levels = int(walk.chain.size());
     const int deepest = walk.deepestVisit();
-    const int level = deepest < 0 ? (walk.found ? levels - 1 : 0) : walk.visits.at(deepest).level;
+    const int level = walk.deepestLevel();
     const QString where =
-        QStringLiteral("level %1 of %2, %3: ").arg(level).arg(levels).arg(levelText(walk, level));
+        QStringLiteral("level %1 of %2, %3: ").arg(level).arg(walk.chain.size()).arg(levelText(walk, level));
     const QString values = walk.choiceValues.join(QStringLiteral(", "));
     switch (walk.reason()) {
     case Trace::Reason::Found: {
@@ -637,9 +636,7 @@ void describeTrace(const Trace& trace, const UIElementCollection& collection, QS
                            {"summary", reason},
                            {"found", walk.found}};
         const int deepest = walk.deepestVisit();
-        QJsonObject deepestJson{{"level", deepest < 0 ? (walk.found ? int(walk.chain.size()) - 1 : 0)
-                                                      : walk.visits.at(deepest).level},
-                                {"reason", reasonKey(walk.reason())}};
+        QJsonObject deepestJson{{"level", walk.deepestLevel()}, {"reason", reasonKey(walk.reason())}};
         const bool hasNearest = deepest >= 0 && walk.visits.at(deepest).nearest;
         deepestJson.insert("nearest", hasNearest ? QJsonValue(candidateJson(*walk.visits.at(deepest).nearest))
                                                  : QJsonValue(QJsonValue::Null));

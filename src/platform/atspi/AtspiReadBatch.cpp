@@ -227,6 +227,11 @@ quint32 interfacesIn(DBusMessageIter& array) {
 
 namespace {
 
+// A text of a reply as a key, without a copy: valid while the reply lives.
+QByteArray rawView(const char* text) {
+    return QByteArray::fromRawData(text, qsizetype(std::strlen(text)));
+}
+
 // The bus name and path of a reference (so), without making an object of it.
 void referenceIn(DBusMessageIter field, const char** bus, const char** path) {
     DBusMessageIter reference;
@@ -436,7 +441,7 @@ void AtspiReadBatch::addItem(const Tree& tree, int index, const QByteArray& key,
         DBusMessageIter parent = item.parent;
         known.parent = AccessibleRef(_atspi_dbus_consume_accessible(&parent));
     }
-    auto list = tree.lists.constFind(QByteArray::fromRawData(item.path, qsizetype(std::strlen(item.path))));
+    auto list = tree.lists.constFind(rawView(item.path));
     if (!known.children && list != tree.lists.constEnd()) {
         std::vector<AccessibleRef> children;
         for (const int child : *list) {
@@ -532,12 +537,11 @@ void AtspiReadBatch::readAccessibleIds(AtspiAccessible* element, AtspiInterfaceC
         AtspiBatchedElement& known = entry(key);
         if (known.accessibleId || known.failure != kAXErrorSuccess)
             continue;
-        const auto earlier = cache ? cache->constFind(key) : AtspiInterfaceCache::const_iterator();
+        const AtspiKnownElement earlier = cache ? cache->value(key) : AtspiKnownElement();
         if (!hasIds)
             known.accessibleId = QString();
-        else if (cache && earlier != cache->constEnd() && earlier->accessibleId &&
-                 !earlier->accessibleIdExpiry.hasExpired())
-            known.accessibleId = earlier->accessibleId;
+        else if (earlier.accessibleId && !earlier.accessibleIdExpiry.hasExpired())
+            known.accessibleId = earlier.accessibleId;
         else
             asked.emplace_back(key,
                                pipeline.send(sibling.get(), newPropertyRead(sibling.get(), "AccessibleId")));
@@ -591,9 +595,6 @@ void AtspiReadBatch::readItemsOnce(AtspiAccessible* element, AtspiInterfaceCache
     tree.reply = {dbus_message_ref(reply), dbus_message_unref};
     tree.items = std::move(*items);
     tree.interfaces = interfaces;
-    const auto view = [](const char* text) {
-        return QByteArray::fromRawData(text, qsizetype(std::strlen(text)));
-    };
     struct Sibling {
         int index; // among the parent's children
         int item;
@@ -604,9 +605,9 @@ void AtspiReadBatch::readItemsOnce(AtspiAccessible* element, AtspiInterfaceCache
         // Elements of other processes (an embedded one) are left to their own reads.
         if (std::strcmp(item.bus, bus.constData()) != 0)
             continue;
-        tree.byPath.insert(view(item.path), i);
+        tree.byPath.insert(rawView(item.path), i);
         if (std::strcmp(item.parentBus, item.bus) == 0)
-            byParent[view(item.parentPath)].push_back({item.index, i});
+            byParent[rawView(item.parentPath)].push_back({item.index, i});
     }
     // A list counts only where the cache holds every child of its parent, each in its place: the
     // toolkit leaves out the descendants of an element that manages them, and may add a new
@@ -626,13 +627,10 @@ void AtspiReadBatch::readItemsOnce(AtspiAccessible* element, AtspiInterfaceCache
     }
     // What the batch knew before of elements of the tree gains what the tree adds.
     const QByteArray prefix = bus + '\n';
-    Tree& kept = trees.emplace(bus, std::move(tree)).first->second;
+    trees.emplace(bus, std::move(tree));
     for (auto& [key, known] : elements) {
-        if (key.startsWith(prefix)) {
-            const int index = kept.byPath.value(key.mid(prefix.size()), -1);
-            if (index >= 0)
-                addItem(kept, index, key, known);
-        }
+        if (key.startsWith(prefix))
+            addFromTree(key, known);
     }
 }
 

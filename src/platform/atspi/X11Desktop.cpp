@@ -178,7 +178,7 @@ X11Desktop::X11Desktop(Display* display) : display(display) {
         display, [](Display*, void* desktop) { static_cast<X11Desktop*>(desktop)->lost = true; }, this);
     ErrorTrap trap(display);
     atoms = std::make_unique<Atoms>(display);
-    // Only for rootChanged(): nothing else reads events on this connection.
+    // Only for readRootEvents(): nothing else reads events on this connection.
     XSelectInput(display, DefaultRootWindow(display), SubstructureNotifyMask | PropertyChangeMask);
 }
 
@@ -192,7 +192,7 @@ QList<WindowInfo> X11Desktop::windows() {
     if (lost)
         return {};
     ErrorTrap trap(display);
-    rootChanged(); // what changes from here on is seen by the next call
+    readRootEvents(); // what changes from here on is seen by the next call
     const QList<XWindow> order = stackingOrder();
     QList<WindowInfo> result;
     QList<pid_t> windowOwners;
@@ -213,7 +213,7 @@ QList<WindowInfo> X11Desktop::windows() {
 QList<pid_t> X11Desktop::windowOwners() {
     {
         ErrorTrap trap(display);
-        rootChanged();
+        readRootEvents();
     }
     if (!owners)
         windows();
@@ -222,10 +222,10 @@ QList<pid_t> X11Desktop::windowOwners() {
 
 // Under an ErrorTrap: reading events finds a server that has gone away. One round trip first, so
 // that every change the server made before this call has sent its event.
-bool X11Desktop::rootChanged() {
-    bool changed = false;
+void X11Desktop::readRootEvents() {
     if (!lost)
         XSync(display, False);
+    bool changed = false;
     while (!lost && XPending(display) > 0) {
         XEvent event;
         XNextEvent(display, &event);
@@ -235,7 +235,6 @@ bool X11Desktop::rootChanged() {
         owners.reset();
         activeOwner.reset();
     }
-    return changed;
 }
 
 // Bottom to top. The root's children are the true stacking order, but with a window manager
@@ -501,7 +500,7 @@ std::optional<pid_t> X11Desktop::activeWindowOwner() {
     if (lost)
         return std::nullopt;
     ErrorTrap trap(display);
-    rootChanged();
+    readRootEvents();
     if (activeOwner)
         return *activeOwner;
     if (managerCheckWindow() == None) {

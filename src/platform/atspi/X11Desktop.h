@@ -106,10 +106,10 @@ private:
     QList<ScreenInfo> rootScreens();
     XWindow managerCheckWindow();
     bool act(CGWindowID id, const std::function<bool(XWindow window, bool managed)>& requests);
-    // Whether any window was created, destroyed, mapped, unmapped, moved or restacked at the top,
-    // or a root property changed (a manager's client lists, its active window), since the last
-    // call; the answers kept from the root are dropped then.
-    bool rootChanged();
+    // Reads the root's events: when any window was created, destroyed, mapped, unmapped, moved or
+    // restacked at the top, or a root property changed (a manager's client lists, its active
+    // window) since the last call, the answers kept from the root are dropped.
+    void readRootEvents();
 
     _XDisplay* display;
     std::unique_ptr<Atoms> atoms;
