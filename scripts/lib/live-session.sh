@@ -36,6 +36,10 @@ start_live_session() {
   live_pids+=($!)
   live_wait_for 10 dbus-send --session --dest=org.a11y.Bus --print-reply /org/a11y/bus org.a11y.Bus.GetAddress \
     || { echo "live session: no accessibility bus" >&2; return 1; }
+  # Accessibility on, as a user of the desktop turns it on.
+  dbus-send --session --dest=org.a11y.Bus --print-reply /org/a11y/bus org.freedesktop.DBus.Properties.Set \
+    string:org.a11y.Status string:IsEnabled variant:boolean:true >/dev/null \
+    || { echo "live session: accessibility could not be turned on" >&2; return 1; }
   # The registry starts when it is first asked for; an application that asks first on a busy
   # machine may give up on accessibility for good. So it is asked here.
   local a11y

@@ -67,3 +67,86 @@ CGPoint zoomedGlobalPointToUnzoomed(const CGPoint& point, const CGPoint& origin,
 CGPoint zoomedGlobalPointToUnzoomed(const CGPoint& point);
 // The mouse pointer on the glass, in the desktop's coordinates.
 CGPoint currentUnzoomedMouseLocation();
+
+// Permissions: accessibility, automation and screen recording. None of these stops the program:
+// a permission that cannot be checked counts as given.
+
+#include "osxSystemVersion.h"
+
+inline const QVersionNumber kAccessibilityTrustVersion(10, 9, 0);
+inline const QVersionNumber kAccessibilityPreferencesUrlVersion(10, 10, 0);
+inline const QVersionNumber kAutomationPreferencesVersion(10, 14, 0);
+inline const QVersionNumber kScreenRecordingPermissionVersion(10, 15, 0);
+
+bool accessibilityAvailable();
+void enableAccessibilityInterface();
+void enableAccessibilityInterfaceNew();
+void enableAccessibilityInterfaceLegacy();
+bool enableAccessForAssistiveDevices();
+void openAccessibilityPreferences();
+void openAutomationPreferences();
+bool hasScreenRecordingPermission();
+void requestScreenRecordingPermission();
+void openScreenRecordingPreferences();
+
+// Processes.
+int getParentProcessId(int pid);
+bool parentProcessIsQtCreator();
+void restartApplicationAfterExit();
+
+// Keyboard, events and logging.
+
+#include "platformEvents.h"
+
+#include <Qt>
+
+// Carbon's flags of the modifiers: Alt 0x800 (optionKey), Meta 0x100 (cmdKey), Shift 0x200,
+// Control 0x1000; other modifiers are dropped.
+int getCarbonModifiers(Qt::KeyboardModifiers modifiers);
+// The modifier keys held down now, as the hardware state reports them.
+CGEventFlags getCurrentNativeModifiers();
+// The virtual key codes of keys beyond the main block (function keys, the navigation keys, the
+// keypad's Clear and Help...): 64, 79, 80, 96 to 101, 103, 105 to 107, 109, 111 and 113 to 126.
+bool isSecondaryFunctionKey(int keyCode);
+// "Mouse down (Left)" and the like; "(Unknown)" for the types without a name.
+const char* CGEventTypeName(CGEventType type);
+// printf for code that runs outside Qt's logging, through NSLog: the conversions of printf, and
+// %@ for a platform object, printed as its description (a string as its text). "%%" is a percent
+// sign. A conversion that printf does not know is written as it stands and takes no argument.
+void qtNSLog(const char* format, ...);
+
+// Images.
+
+#include "platformGraphics.h"
+
+#include <QImage>
+#include <QPixmap>
+
+// A premultiplied ARGB image of the image's pixel size, with its pixels drawn over transparency.
+QImage CGImageToQImage(CGImageRef image);
+// The Core Graphics layout of an image's format: RGB32 0x2006, ARGB32 0x2004,
+// ARGB32_Premultiplied 0x2002, RGBX8888 0x4005, RGBA8888 0x4003, RGBA8888_Premultiplied 0x4001;
+// 0 for every other format.
+uint32_t CGBitmapInfoForQImage(const QImage& image);
+// A new image of the pixmap's pixels, released by the caller; NULL for a null pixmap or one whose
+// pixels have no Core Graphics layout.
+CGImageRef QPixmapToCGImageRef(const QPixmap& pixmap);
+
+// Windows that stay where they are put. AppKit moves a window back onto the screen through
+// constrainFrameRect:toScreen:; a window handed to unconstrainNSWindowClass keeps the frame it is
+// given. The methods of its class are replaced once, the exemption is per window, and the set
+// constrainedObjects forgets a window when it ends. Main thread only.
+
+#ifndef __APPLE__
+#include "appkit/NSWindow.h"
+#endif
+
+// Replaces the implementation of the class's instance method; the previous one goes to
+// outOriginal when that is given. False, with a debug log line, when there is no such method.
+bool swizzleMethod(Class cls, SEL selector, IMP replacement, IMP* outOriginal);
+// Exempts the window (any object: others are refused with a log line) from being kept on screen.
+void unconstrainNSWindowClass(id object);
+// The class functions of the category UnconstrainWindows on NSWindow: each exchanges its pair of
+// methods on the class, once.
+void ZRUnconstrain_ensureConstrainFrameRectSwizzled(Class cls);
+void ZRUnconstrain_ensureDeallocSwizzled(Class cls);

@@ -32,3 +32,95 @@ CGPoint CGEventGetLocation(CGEventRef event);
 
 } // extern "C"
 #endif
+
+// Event taps and the run loops that carry them: the real frameworks on Apple systems; elsewhere
+// cursor/EventTaps.cpp, where a run loop is the Qt event loop of its thread and a tap's port
+// watches the channel that the cursor platform opens for it (see platformCursor.h).
+#ifndef __APPLE__
+typedef std::uint32_t CGEventType;
+enum : CGEventType {
+    kCGEventNull = 0,
+    kCGEventLeftMouseDown = 1,
+    kCGEventLeftMouseUp = 2,
+    kCGEventRightMouseDown = 3,
+    kCGEventRightMouseUp = 4,
+    kCGEventMouseMoved = 5,
+    kCGEventLeftMouseDragged = 6,
+    kCGEventRightMouseDragged = 7,
+    kCGEventOtherMouseDown = 25,
+    kCGEventOtherMouseUp = 26,
+    kCGEventOtherMouseDragged = 27,
+    kCGEventTapDisabledByTimeout = 0xFFFFFFFE,
+    kCGEventTapDisabledByUserInput = 0xFFFFFFFF,
+};
+typedef std::uint64_t CGEventMask;
+#define CGEventMaskBit(eventType) ((CGEventMask)1 << (eventType))
+
+typedef std::uint32_t CGEventTapLocation;
+enum : CGEventTapLocation { kCGHIDEventTap = 0, kCGSessionEventTap = 1, kCGAnnotatedSessionEventTap = 2 };
+typedef std::uint32_t CGEventTapPlacement;
+enum : CGEventTapPlacement { kCGHeadInsertEventTap = 0, kCGTailAppendEventTap = 1 };
+typedef std::uint32_t CGEventTapOptions;
+enum : CGEventTapOptions { kCGEventTapOptionDefault = 0, kCGEventTapOptionListenOnly = 1 };
+typedef std::uint32_t CGEventField;
+// Where an event came from: kCGEventSourceStateHIDSystemState for an input device,
+// kCGEventSourceStatePrivate for one that a program injected.
+enum : CGEventField { kCGEventSourceStateID = 45 };
+
+typedef struct __CGEventTapProxy* CGEventTapProxy;
+typedef CGEventRef (*CGEventTapCallBack)(CGEventTapProxy proxy, CGEventType type, CGEventRef event,
+                                         void* userInfo);
+
+typedef struct __CFMachPort* CFMachPortRef;
+typedef struct __CFRunLoopSource* CFRunLoopSourceRef;
+typedef struct __CFRunLoop* CFRunLoopRef;
+
+extern "C" {
+
+extern const CFStringRef kCFRunLoopDefaultMode;
+
+// A new tap, released by the caller, enabled; NULL when the platform cannot listen (no display,
+// an input extension missing). Only listening taps exist here: the callback's result is ignored.
+// Events reach the callback on the thread of the run loop that the tap's source is added to.
+CFMachPortRef CGEventTapCreate(CGEventTapLocation tap, CGEventTapPlacement place, CGEventTapOptions options,
+                               CGEventMask eventsOfInterest, CGEventTapCallBack callback, void* userInfo);
+// May be called on any thread; a disabled tap delivers nothing and costs the platform nothing.
+void CGEventTapEnable(CFMachPortRef tap, bool enable);
+bool CGEventTapIsEnabled(CFMachPortRef tap);
+CGEventType CGEventGetType(CGEventRef event);
+// Of a tap's events only kCGEventSourceStateID is known; 0 for other fields and other events.
+std::int64_t CGEventGetIntegerValueField(CGEventRef event, CGEventField field);
+
+// A new source, released by the caller; NULL for a NULL port.
+CFRunLoopSourceRef CFMachPortCreateRunLoopSource(CFAllocatorRef allocator, CFMachPortRef port, CFIndex order);
+// The calling thread's run loop, owned by the thread (not retained, never released).
+CFRunLoopRef CFRunLoopGetCurrent(void);
+// On the run loop's own thread; the source then delivers while that loop runs, until released.
+void CFRunLoopAddSource(CFRunLoopRef runLoop, CFRunLoopSourceRef source, CFStringRef mode);
+// Runs the current thread's loop until CFRunLoopStop.
+void CFRunLoopRun(void);
+// From any thread; ends the innermost CFRunLoopRun of that loop.
+void CFRunLoopStop(CFRunLoopRef runLoop);
+
+} // extern "C"
+#endif
+
+// The modifier flags of events and of an event source's state.
+#ifndef __APPLE__
+typedef std::uint64_t CGEventFlags;
+enum : CGEventFlags {
+    kCGEventFlagMaskAlphaShift = 0x00010000,
+    kCGEventFlagMaskShift = 0x00020000,
+    kCGEventFlagMaskControl = 0x00040000,
+    kCGEventFlagMaskAlternate = 0x00080000,
+    kCGEventFlagMaskCommand = 0x00100000,
+};
+
+extern "C" {
+
+// The modifier keys held down now. On X11 the server's modifier state, mapped by
+// CGEventFlagsFromX11ModifierState (x11/X11Modifiers.h); 0 without a display.
+CGEventFlags CGEventSourceFlagsState(CGEventSourceStateID stateID);
+
+} // extern "C"
+#endif

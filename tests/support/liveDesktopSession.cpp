@@ -310,6 +310,13 @@ bool LiveDesktopSession::startBuses() {
                         ? QStringLiteral("the accessibility bus was not reachable within %1 s")
                               .arg(kStartTimeoutMs / 1000)
                         : QStringLiteral("at-spi-bus-launcher ended: ") + diagnosis(launcher));
+    // Accessibility on, as a user of the desktop turns it on: toolkits that read the switch then
+    // expose their trees without being told by their own settings.
+    if (!callSessionBus({QStringLiteral("--dest=org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
+                         QStringLiteral("org.freedesktop.DBus.Properties.Set"),
+                         QStringLiteral("string:org.a11y.Status"), QStringLiteral("string:IsEnabled"),
+                         QStringLiteral("variant:boolean:true")}))
+        return fail(QStringLiteral("the accessibility of the session could not be turned on"));
     // The registry starts when it is first asked for. An application that asks first while the
     // machine is busy may give up on accessibility for good when the registry is slow to come:
     // it is asked here, before any application starts.

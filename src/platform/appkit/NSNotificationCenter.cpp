@@ -20,11 +20,31 @@ struct NSObserver {
     std::atomic<bool> removed{false};
 };
 
+struct ObserverWatch {
+    QList<NSNotificationName> names;
+    std::function<void(bool)> changed;
+    int count = 0;
+};
+
 struct NSNotificationCenter::Private {
     std::function<void(bool)> observersChanged;
     mutable QMutex mutex;
     // Shared, so that a block being called outlives its removal.
     QList<std::shared_ptr<NSObserver>> observers;
+    QList<ObserverWatch> watches;
+
+    // Under the lock: counts an observer of this name in or out, and gives the watches to tell.
+    QList<std::function<void(bool)>> countObserver(const NSNotificationName& name, int step) {
+        QList<std::function<void(bool)>> told;
+        for (ObserverWatch& watch : watches) {
+            if (!watch.names.contains(name))
+                continue;
+            watch.count += step;
+            if (watch.count == (step > 0 ? 1 : 0))
+                told.append(watch.changed);
+        }
+        return told;
+    }
 };
 
 NSNotificationCenter::NSNotificationCenter(std::function<void(bool)> observersChanged)
@@ -39,30 +59,38 @@ NSObserverToken NSNotificationCenter::addObserverForName(const NSNotificationNam
                                                          std::function<void(const NSNotification&)> block) {
     auto observer = std::make_shared<NSObserver>(name, std::move(block));
     bool first = false;
+    QList<std::function<void(bool)>> told;
     {
         QMutexLocker locker(&d->mutex);
         first = d->observers.isEmpty();
         d->observers.append(observer);
+        told = d->countObserver(observer->name, 1);
     }
     if (first && d->observersChanged)
         d->observersChanged(true);
+    for (const auto& changed : std::as_const(told))
+        changed(true);
     return observer.get();
 }
 
 void NSNotificationCenter::removeObserver(NSObserverToken token) {
     bool last = false;
+    QList<std::function<void(bool)>> told;
     {
         QMutexLocker locker(&d->mutex);
-        const auto removed = d->observers.removeIf([token](const std::shared_ptr<NSObserver>& observer) {
+        const auto removed = d->observers.removeIf([&](const std::shared_ptr<NSObserver>& observer) {
             if (observer.get() != token)
                 return false;
             observer->removed = true;
+            told = d->countObserver(observer->name, -1);
             return true;
         });
         last = removed > 0 && d->observers.isEmpty();
     }
     if (last && d->observersChanged)
         d->observersChanged(false);
+    for (const auto& changed : std::as_const(told))
+        changed(false);
 }
 
 void NSNotificationCenter::postNotification(const NSNotification& notification) {
@@ -80,4 +108,13 @@ void NSNotificationCenter::postNotification(const NSNotification& notification) 
 int NSNotificationCenter::observerCount() const {
     QMutexLocker locker(&d->mutex);
     return int(d->observers.size());
+}
+
+void NSNotificationCenter::watchObservers(const QList<NSNotificationName>& names,
+                                          std::function<void(bool)> changed) {
+    QMutexLocker locker(&d->mutex);
+    ObserverWatch watch{names, std::move(changed)};
+    for (const auto& observer : std::as_const(d->observers))
+        watch.count += names.contains(observer->name) ? 1 : 0;
+    d->watches.append(std::move(watch));
 }

@@ -6,6 +6,7 @@
 // QCoreApplication, from its event loop; without an application object nothing is delivered.
 
 #include <QHash>
+#include <QList>
 #include <QString>
 
 #include <functional>
@@ -55,6 +56,12 @@ public:
 
     int observerCount() const;
 
+    // Like observersChanged, for the observers of these names only: told, outside the lock, when
+    // the first of them comes and when the last goes, so that each source of notifications runs
+    // only while someone listens to what it posts.
+    void watchObservers(const QList<NSNotificationName>& names,
+                        std::function<void(bool anyObservers)> changed);
+
 private:
     struct Private;
     std::unique_ptr<Private> d;
@@ -68,4 +75,14 @@ inline const NSNotificationName NSWorkspaceDidActivateApplicationNotification =
     QStringLiteral("NSWorkspaceDidActivateApplicationNotification");
 inline const NSNotificationName NSWorkspaceDidDeactivateApplicationNotification =
     QStringLiteral("NSWorkspaceDidDeactivateApplicationNotification");
+// The user's session became active (in front on its seat, and unlocked) or stopped being so.
+inline const NSNotificationName NSWorkspaceSessionDidBecomeActiveNotification =
+    QStringLiteral("NSWorkspaceSessionDidBecomeActiveNotification");
+inline const NSNotificationName NSWorkspaceSessionDidResignActiveNotification =
+    QStringLiteral("NSWorkspaceSessionDidResignActiveNotification");
+// The displays went to sleep or woke up.
+inline const NSNotificationName NSWorkspaceScreensDidSleepNotification =
+    QStringLiteral("NSWorkspaceScreensDidSleepNotification");
+inline const NSNotificationName NSWorkspaceScreensDidWakeNotification =
+    QStringLiteral("NSWorkspaceScreensDidWakeNotification");
 inline const QString NSWorkspaceApplicationKey = QStringLiteral("NSWorkspaceApplicationKey");

@@ -37,7 +37,21 @@ public:
     // (largest size first) and in /usr/share/pixmaps. Null when there is none. The caller owns it.
     std::unique_ptr<NSImage> iconForFile(const QString& path) const;
 
-    // Where NSWorkspaceDidLaunch/Terminate/Activate/DeactivateApplicationNotification are posted,
-    // on the main queue, while anyone observes them (appkit/WorkspaceMonitor.h).
+    // Opens the URL with the desktop's handler (xdg-open); false when nothing could be started. The
+    // panes of System Preferences ("x-apple.systempreferences:" URLs) are the desktop's settings:
+    // Privacy_Accessibility, and Privacy_Automation (controlling other applications goes through
+    // the accessibility bus; there is no permission of its own), open the accessibility settings
+    // of the first installed settings application that has them (GNOME's, KDE's, Xfce's: by their
+    // desktop entries); Privacy_ScreenCapture has none, as there is no permission to grant. Where
+    // nothing opens a pane, a log line says so and the result is false.
+    bool openURL(const QString& url) const;
+    // Opens the file with the desktop's handler (xdg-open); the pane of Security and Privacy
+    // ("/System/Library/PreferencePanes/Security.prefPane") is the accessibility settings.
+    bool openFile(const QString& path) const;
+
+    // Where NSWorkspaceDidLaunch/Terminate/Activate/DeactivateApplicationNotification
+    // (appkit/WorkspaceMonitor.h), NSWorkspaceSessionDidBecomeActive/ResignActiveNotification
+    // (appkit/SessionMonitor.h) and NSWorkspaceScreensDidSleep/WakeNotification
+    // (appkit/DisplayMonitor.h) are posted, on the main queue, while anyone observes them.
     NSNotificationCenter* notificationCenter() const;
 };

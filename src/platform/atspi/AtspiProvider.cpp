@@ -1,5 +1,6 @@
 #include "AtspiProvider.h"
 
+#include "AccessibilityStatus.h"
 #include "AtspiReadBatch.h"
 #include "AtspiReader.h"
 #include "AtspiRoles.h"
@@ -978,11 +979,20 @@ CGPoint AtspiProvider::mousePosition() {
     return x11 ? x11->mousePosition() : CGPoint{};
 }
 
-// Reaching the bus is the permission: there is no other one to ask for.
-bool AtspiProvider::isProcessTrusted(bool) {
-    return true;
+// There is no permission per process: access is on for every client once the desktop's
+// accessibility is. The prompt turns it on, as a user would in the settings.
+bool AtspiProvider::isProcessTrusted(bool prompt) {
+    if (prompt && !accessibilityStatusEnabled().value_or(false))
+        enableAccessibilityStatus();
+    return isAPIEnabled();
 }
 
+// Toolkits told by their own settings to expose their trees do so whatever IsEnabled says: an
+// application already on the bus means that access works.
 bool AtspiProvider::isAPIEnabled() {
-    return true;
+    if (accessibilityStatusEnabled().value_or(false))
+        return true;
+    QMutexLocker locker(&mutex);
+    AccessibleRef desktop(atspi_get_desktop(0));
+    return desktop && AtspiReader(desktop.get()).childCount() > 0;
 }

@@ -1,0 +1,7 @@
+#include "ProcessIdentity.h"
+
+#include "atspi/LiveProcesses.h"
+
+QString bundleIdentifierOfProcess(pid_t pid) {
+    return describeLiveProcess(pid, QString()).bundleIdentifier;
+}
