@@ -1,11 +1,9 @@
 #include "GnomeMagnifier.h"
 
-#include <dbus/dbus.h>
+#include "dbus/DBusCalls.h"
 
 #include <QByteArray>
 #include <QList>
-
-#include <memory>
 
 namespace {
 
@@ -13,30 +11,14 @@ constexpr char kService[] = "org.gnome.Magnifier";
 constexpr char kPath[] = "/org/gnome/Magnifier";
 constexpr char kRegionInterface[] = "org.gnome.Magnifier.ZoomRegion";
 
-struct ConnectionCloser {
-    void operator()(DBusConnection* connection) const {
-        dbus_connection_close(connection);
-        dbus_connection_unref(connection);
-    }
-};
-struct MessageUnref {
-    void operator()(DBusMessage* message) const { dbus_message_unref(message); }
-};
-using Connection = std::unique_ptr<DBusConnection, ConnectionCloser>;
-using Message = std::unique_ptr<DBusMessage, MessageUnref>;
-
 // One question; null when it fails or times out.
-Message call(DBusConnection* connection, const char* service, const char* path, const char* interface,
-             const char* method, int timeoutMs, const char* argument = nullptr) {
-    Message request(dbus_message_new_method_call(service, path, interface, method));
-    if (!request || (argument && !dbus_message_append_args(request.get(), DBUS_TYPE_STRING, &argument,
-                                                           DBUS_TYPE_INVALID)))
-        return nullptr;
-    DBusError error;
-    dbus_error_init(&error);
-    Message reply(dbus_connection_send_with_reply_and_block(connection, request.get(), timeoutMs, &error));
-    dbus_error_free(&error);
-    return reply;
+DBusMessagePtr call(DBusConnection* connection, const char* service, const char* path, const char* interface,
+                    const char* method, int timeoutMs, const char* argument = nullptr) {
+    return callDBusMethod(connection, service, path, interface, method, timeoutMs,
+                          [argument](DBusMessage* request) {
+                              return !argument || dbus_message_append_args(request, DBUS_TYPE_STRING,
+                                                                           &argument, DBUS_TYPE_INVALID);
+                          });
 }
 
 template <typename T> bool readBasic(DBusMessageIter* iter, int type, T* value) {
@@ -63,30 +45,27 @@ template <typename T> QList<T> readArray(DBusMessage* reply, int itemType) {
 } // namespace
 
 ZoomInfo readMagnifierZoom(int timeoutMs) {
-    DBusError error;
-    dbus_error_init(&error);
-    const Connection connection(dbus_bus_get_private(DBUS_BUS_SESSION, &error));
-    dbus_error_free(&error);
+    const DBusConnectionPtr connection = openPrivateBus(DBUS_BUS_SESSION);
     if (!connection)
         return {};
-    dbus_connection_set_exit_on_disconnect(connection.get(), false);
 
     // The bus itself always answers: without an owner there is nobody to wait for.
     dbus_bool_t owned = false;
     DBusMessageIter iter;
-    const Message hasOwner = call(connection.get(), DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS,
-                                  "NameHasOwner", timeoutMs, kService);
+    const DBusMessagePtr hasOwner = call(connection.get(), DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
+                                         DBUS_INTERFACE_DBUS, "NameHasOwner", timeoutMs, kService);
     if (!hasOwner || !dbus_message_iter_init(hasOwner.get(), &iter) ||
         !readBasic(&iter, DBUS_TYPE_BOOLEAN, &owned) || !owned)
         return {};
 
     dbus_bool_t active = false;
-    const Message isActive = call(connection.get(), kService, kPath, kService, "isActive", timeoutMs);
+    const DBusMessagePtr isActive = call(connection.get(), kService, kPath, kService, "isActive", timeoutMs);
     if (!isActive || !dbus_message_iter_init(isActive.get(), &iter) ||
         !readBasic(&iter, DBUS_TYPE_BOOLEAN, &active) || !active)
         return {};
 
-    const Message regions = call(connection.get(), kService, kPath, kService, "getZoomRegions", timeoutMs);
+    const DBusMessagePtr regions =
+        call(connection.get(), kService, kPath, kService, "getZoomRegions", timeoutMs);
     const QList<const char*> paths =
         regions ? readArray<const char*>(regions.get(), DBUS_TYPE_OBJECT_PATH) : QList<const char*>();
     if (paths.isEmpty())
@@ -94,7 +73,7 @@ ZoomInfo readMagnifierZoom(int timeoutMs) {
     const QByteArray region(paths.first());
 
     double factor = 0, verticalFactor = 0;
-    const Message magnification =
+    const DBusMessagePtr magnification =
         call(connection.get(), kService, region.constData(), kRegionInterface, "getMagFactor", timeoutMs);
     if (!magnification || !dbus_message_iter_init(magnification.get(), &iter) ||
         !readBasic(&iter, DBUS_TYPE_DOUBLE, &factor) ||
@@ -102,7 +81,7 @@ ZoomInfo readMagnifierZoom(int timeoutMs) {
         return {};
 
     // [left, top, right, bottom] of what the magnified view shows.
-    const Message roi =
+    const DBusMessagePtr roi =
         call(connection.get(), kService, region.constData(), kRegionInterface, "getRoi", timeoutMs);
     const QList<dbus_int32_t> sides =
         roi ? readArray<dbus_int32_t>(roi.get(), DBUS_TYPE_INT32) : QList<dbus_int32_t>();
