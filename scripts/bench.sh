@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/bootstrap.sh
-scripts/build.sh plain bench_commandLoad bench_hitTesting bench_translationMapping bench_liveWalk bench_liveQuestions bench_capture bench_resolution liveFixtureApp dbusCallCounter | tail -n 1
+scripts/build.sh plain bench_commandLoad bench_hitTesting bench_translationMapping bench_keyboard bench_liveWalk bench_liveQuestions bench_capture bench_resolution liveFixtureApp dbusCallCounter | tail -n 1
 
 TMPDIR=$(mktemp -d /tmp/uiet-bench-XXXXXX)
 export TMPDIR
@@ -22,6 +22,10 @@ build/bench/bench_hitTesting
 echo
 echo "== the translation catalogs of GTK 3 and Qt: reading every language, and one lookup"
 build/bench/bench_translationMapping
+
+echo
+echo "== keyboard layouts compiled from their names: a layout's table, and one translation"
+build/bench/bench_keyboard
 
 echo
 echo "== reading role, title and frame of every element of gtk3-widget-factory on a headless desktop"
