@@ -22,7 +22,7 @@ live_wait_for() { # SECONDS COMMAND...: polls until COMMAND succeeds
 start_live_session() {
   local dir=$1
   mkdir -p "$dir/runtime"; chmod 700 "$dir/runtime"
-  Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$dir/display" >"$dir/xvfb.log" 2>&1 &
+  Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp -noreset 3>"$dir/display" >"$dir/xvfb.log" 2>&1 &
   live_pids+=($!)
   live_wait_for 10 test -s "$dir/display" || { echo "live session: Xvfb did not start" >&2; return 1; }
   export DISPLAY=":$(head -n 1 "$dir/display")"

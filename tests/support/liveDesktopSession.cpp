@@ -224,10 +224,13 @@ QProcess* LiveDesktopSession::startService(const QString& name, const QString& p
 }
 
 bool LiveDesktopSession::startXServer() {
+    // -noreset: the server keeps what a test set (a keymap, the root's cursor) when its last
+    // client goes, and does not refuse connections while it resets.
     QProcess* server = startService(
         QStringLiteral("Xvfb"), QStringLiteral("Xvfb"),
         {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"), QStringLiteral("0"),
-         QStringLiteral("1280x1024x24"), QStringLiteral("-nolisten"), QStringLiteral("tcp")});
+         QStringLiteral("1280x1024x24"), QStringLiteral("-nolisten"), QStringLiteral("tcp"),
+         QStringLiteral("-noreset")});
     if (!server)
         return false;
     const QByteArray number = readFirstLine(server);
