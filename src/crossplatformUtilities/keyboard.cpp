@@ -325,6 +325,40 @@ NativeUIElement elementWithKeyboardFocus() {
     return element;
 }
 
+bool initializeEventFiltering() {
+    return osxInitializeEventFiltering();
+}
+
+bool initializeEventFiltering(const std::function<bool(void*)>& isArtificialEvent) {
+    return osxInitializeEventFiltering(isArtificialEvent);
+}
+
+void deinitializeEventFiltering() {
+    osxDeinitializeEventFiltering();
+}
+
+void beginInterceptingKeystrokes(QObject* receiver, const char* member, const QSet<QString>& keys) {
+    osxBeginInterceptingKeystrokes(receiver, member, keys);
+}
+
+void endInterceptingKeystrokes() {
+    osxEndInterceptingKeystrokes();
+}
+
+QSharedPointer<ModifierChangedCallbackData> addModifierChangedCallback(
+    QObject* context, const std::function<void(QFlags<Qt::KeyboardModifier>, unsigned long long)>& callback) {
+    return osxAddModifierChangedCallback(context, callback);
+}
+
+QSharedPointer<ModifierChangedCallbackData> addModifierChangedCallback(
+    const std::function<void(QFlags<Qt::KeyboardModifier>, unsigned long long)>& callback) {
+    return osxAddModifierChangedCallback(callback);
+}
+
+void removeModifierChangedCallback(QSharedPointer<ModifierChangedCallbackData> data) {
+    osxRemoveModifierChangedCallback(std::move(data));
+}
+
 bool isEscapeKey(int keycode) {
     return keycode == 53;
 }

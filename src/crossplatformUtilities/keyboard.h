@@ -10,6 +10,7 @@
 // translating functions may be called from any thread and block while a table is being built.
 
 #include "NativeUIElement.h"
+#include "osxEventFiltering.h"
 #include "platformKeyboard.h"
 
 #include <QKeySequence>
@@ -70,6 +71,18 @@ QFlags<Qt::KeyboardModifier> getQtModifiers(unsigned long long nativeModifiers);
 QFlags<Qt::KeyboardModifier> getCurrentModifiers();
 bool escapeKeyIsDown();
 NativeUIElement elementWithKeyboardFocus();
+
+// Event filtering (osxEventFiltering.h) under its platform-neutral names.
+bool initializeEventFiltering();
+bool initializeEventFiltering(const std::function<bool(void*)>& isArtificialEvent);
+void deinitializeEventFiltering();
+void beginInterceptingKeystrokes(QObject* receiver, const char* member, const QSet<QString>& keys);
+void endInterceptingKeystrokes();
+QSharedPointer<ModifierChangedCallbackData> addModifierChangedCallback(
+    QObject* context, const std::function<void(QFlags<Qt::KeyboardModifier>, unsigned long long)>& callback);
+QSharedPointer<ModifierChangedCallbackData> addModifierChangedCallback(
+    const std::function<void(QFlags<Qt::KeyboardModifier>, unsigned long long)>& callback);
+void removeModifierChangedCallback(QSharedPointer<ModifierChangedCallbackData> data);
 
 bool isEscapeKey(int keycode);
 bool isBackspaceKey(int keycode);

@@ -28,24 +28,6 @@ Boolean CGCursorIsVisible(void);
 
 } // extern "C"
 
-// What one event tap listens on: a socket to watch, and the events read from it. Used only on
-// the thread of the run loop that its tap is added to, which is where it was opened.
-class EventTapChannel {
-public:
-    struct Event {
-        CGEventType type;
-        CGEventSourceStateID sourceState;
-    };
-
-    virtual ~EventTapChannel() = default;
-    // Readable when events may be waiting; -1 for none.
-    virtual int socket() const = 0;
-    // A disabled channel asks the platform for nothing, so that a tap that is off costs nothing.
-    virtual void setEnabled(bool enabled) = 0;
-    // The events of the tap's mask that arrived since the last call, oldest first.
-    virtual QList<Event> readPending() = 0;
-};
-
 // The platform below the cursor calls: the X server on the live desktop, a stand-in in tests.
 // Hides and shows are the process's count, one call each; the implementation keeps it.
 class CursorPlatform {

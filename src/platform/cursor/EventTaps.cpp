@@ -1,6 +1,7 @@
 #include "CursorPlatform_p.h"
 #include "cf/CFRuntime.h"
 #include "cf/CFString.h"
+#include "keyboard/KeyboardTapPlatform_p.h"
 
 #include <QEventLoop>
 #include <QList>
@@ -25,6 +26,7 @@ namespace {
 // where the port is released.
 struct PortBody {
     CGEventMask eventsOfInterest;
+    bool active;
     CGEventTapCallBack callback;
     void* userInfo;
     std::unique_ptr<EventTapChannel> channel;
@@ -42,10 +44,10 @@ struct SourceBody {
     }
 };
 
-struct TapEventBody {
-    CGEventType type;
-    CGEventSourceStateID sourceState;
-};
+using TapEventBody = EventTapChannel::Event;
+
+constexpr CGEventMask kKeyEvents =
+    CGEventMaskBit(kCGEventKeyDown) | CGEventMaskBit(kCGEventKeyUp) | CGEventMaskBit(kCGEventFlagsChanged);
 
 CFTypeID portType() {
     static const CFTypeID type =
@@ -68,29 +70,44 @@ PortBody* tapOf(CFTypeRef port) {
     return port && CFGetTypeID(port) == portType() ? CFRuntime::body<PortBody>(port) : nullptr;
 }
 
-void deliverPendingEvents(CFMachPortRef port) {
-    PortBody* tap = CFRuntime::body<PortBody>(port);
-    for (const EventTapChannel::Event& pending : tap->channel->readPending()) {
-        if (!tap->enabled || pending.type > 63 || !(tap->eventsOfInterest & CGEventMaskBit(pending.type)))
-            continue;
-        CFTypeRef event = CFRuntime::create<TapEventBody>(tapEventType(), pending.type, pending.sourceState);
-        // A listening tap: what the callback returns is not used.
-        tap->callback(nullptr, pending.type, static_cast<CGEventRef>(event), tap->userInfo);
-        CFRelease(event);
-    }
+void deliverPendingEvents(PortBody* tap) {
+    // Answers may bring further events with them, which the socket does not announce.
+    do {
+        for (const EventTapChannel::Event& pending : tap->channel->readPending()) {
+            // What a tap does not take goes on unchanged, as does everything while it is off.
+            if (!tap->enabled || pending.type > 63 ||
+                !(tap->eventsOfInterest & CGEventMaskBit(pending.type))) {
+                tap->channel->answer(pending, true);
+                continue;
+            }
+            CFTypeRef event = CFRuntime::create<TapEventBody>(tapEventType(), pending);
+            const bool passOn =
+                tap->callback(nullptr, pending.type, static_cast<CGEventRef>(event), tap->userInfo);
+            CFRelease(event);
+            tap->channel->answer(pending, !tap->active || passOn);
+        }
+    } while (tap->channel->hasQueuedEvents());
 }
 
 } // namespace
 
 CFMachPortRef CGEventTapCreate(CGEventTapLocation, CGEventTapPlacement, CGEventTapOptions options,
                                CGEventMask eventsOfInterest, CGEventTapCallBack callback, void* userInfo) {
-    if (options != kCGEventTapOptionListenOnly || !callback)
+    const bool keyEvents = eventsOfInterest & kKeyEvents;
+    const bool active = options == kCGEventTapOptionDefault;
+    // Only key down and key up can be taken away from the applications (a keyboard grab); taps
+    // never mix key events with others, as each platform gives its own.
+    if (!callback || (options != kCGEventTapOptionListenOnly && !active) ||
+        (keyEvents && (eventsOfInterest & ~kKeyEvents)) ||
+        (active && (!keyEvents || (eventsOfInterest & CGEventMaskBit(kCGEventFlagsChanged)))))
         return nullptr;
-    std::unique_ptr<EventTapChannel> channel = activeCursorPlatform()->openEventTapChannel(eventsOfInterest);
+    std::unique_ptr<EventTapChannel> channel =
+        keyEvents ? activeKeyboardTapPlatform()->openEventTapChannel(eventsOfInterest, active)
+                  : activeCursorPlatform()->openEventTapChannel(eventsOfInterest);
     if (!channel)
         return nullptr;
     channel->setEnabled(true);
-    CFTypeRef port = CFRuntime::create<PortBody>(portType(), eventsOfInterest, callback, userInfo,
+    CFTypeRef port = CFRuntime::create<PortBody>(portType(), eventsOfInterest, active, callback, userInfo,
                                                  std::move(channel), std::make_unique<QObject>(), true);
     return static_cast<CFMachPortRef>(const_cast<void*>(port));
 }
@@ -101,7 +118,13 @@ void CGEventTapEnable(CFMachPortRef port, bool enable) {
         return;
     tap->enabled = enable;
     // The channel belongs to its thread; the latest state wins there.
-    auto apply = [tap] { tap->channel->setEnabled(tap->enabled); };
+    auto apply = [tap] {
+        tap->channel->setEnabled(tap->enabled);
+        // Events that came with the platform's reply would otherwise wait for the next one; an
+        // active tap's platform may send none until they are answered.
+        if (tap->channel->hasQueuedEvents())
+            deliverPendingEvents(tap);
+    };
     if (QThread::currentThread() == tap->context->thread())
         apply();
     else
@@ -113,15 +136,35 @@ bool CGEventTapIsEnabled(CFMachPortRef port) {
     return tap && tap->enabled;
 }
 
-CGEventType CGEventGetType(CGEventRef event) {
-    return event && CFGetTypeID(event) == tapEventType() ? CFRuntime::body<TapEventBody>(event)->type
-                                                         : kCGEventNull;
+namespace {
+
+const TapEventBody* tapEventOf(CGEventRef event) {
+    return event && CFGetTypeID(event) == tapEventType() ? CFRuntime::body<TapEventBody>(event) : nullptr;
 }
 
+bool isKeyEvent(CGEventType type) {
+    return type <= 63 && (kKeyEvents & CGEventMaskBit(type));
+}
+
+} // namespace
+
 std::int64_t CGEventGetIntegerValueField(CGEventRef event, CGEventField field) {
-    if (!event || CFGetTypeID(event) != tapEventType() || field != kCGEventSourceStateID)
+    const TapEventBody* body = tapEventOf(event);
+    if (!body)
         return 0;
-    return CFRuntime::body<TapEventBody>(event)->sourceState;
+    if (field == kCGEventSourceStateID)
+        return body->sourceState;
+    return field == kCGKeyboardEventKeycode && isKeyEvent(body->type) ? body->keycode : 0;
+}
+
+CGEventFlags CGEventGetFlags(CGEventRef event) {
+    const TapEventBody* body = tapEventOf(event);
+    return body && isKeyEvent(body->type) ? body->flags : 0;
+}
+
+CGEventType CGEventGetType(CGEventRef event) {
+    const TapEventBody* body = tapEventOf(event);
+    return body ? body->type : kCGEventNull;
 }
 
 CFRunLoopSourceRef CFMachPortCreateRunLoopSource(CFAllocatorRef, CFMachPortRef port, CFIndex) {
@@ -148,7 +191,7 @@ void CFRunLoopAddSource(CFRunLoopRef runLoop, CFRunLoopSourceRef source, CFStrin
     CFMachPortRef port = body->port;
     QSocketNotifier* notifier = body->notifier.get();
     QObject::connect(notifier, &QSocketNotifier::activated, notifier, [port, notifier] {
-        deliverPendingEvents(port);
+        deliverPendingEvents(CFRuntime::body<PortBody>(port));
         // A channel whose platform has gone away stays readable and has nothing more to say.
         if (CFRuntime::body<PortBody>(port)->channel->socket() < 0)
             notifier->setEnabled(false);

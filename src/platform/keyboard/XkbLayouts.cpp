@@ -200,6 +200,13 @@ int evdevKeyCodeForVirtualKeyCode(int virtualKeyCode) {
     return kEvdevByVirtualKey[size_t(virtualKeyCode)];
 }
 
+int virtualKeyCodeForEvdevKeyCode(int evdevKeyCode) {
+    // Every key of a PC keyboard sits at one place of the Apple keyboard at most.
+    const auto found = std::find(kEvdevByVirtualKey.begin(), kEvdevByVirtualKey.end(), evdevKeyCode);
+    return evdevKeyCode < 0 || found == kEvdevByVirtualKey.end() ? -1
+                                                                 : int(found - kEvdevByVirtualKey.begin());
+}
+
 CFDataRef createKeyboardLayoutData(const QByteArray& keymapText, quint32 group) {
     LayoutDataHeader header{};
     std::memcpy(header.magic, kLayoutDataMagic, sizeof kLayoutDataMagic);

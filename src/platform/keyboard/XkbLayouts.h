@@ -15,6 +15,9 @@ struct UCKeyboardLayout;
 // The evdev code of the key at the place of the Apple keyboard's virtual key code; -1 for codes
 // that have no key on a PC keyboard (and for codes outside 0 to 127). The X key code is this plus 8.
 int evdevKeyCodeForVirtualKeyCode(int virtualKeyCode);
+// The inverse: the virtual key code of the key with this evdev code; -1 for keys that have no
+// place on the Apple keyboard.
+int virtualKeyCodeForEvdevKeyCode(int evdevKeyCode);
 
 // New layout data (released by the caller) of group `group` of the keymap in XKB's text form.
 CFDataRef createKeyboardLayoutData(const QByteArray& keymapText, quint32 group);

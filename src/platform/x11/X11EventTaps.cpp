@@ -28,28 +28,36 @@ std::optional<CGEventType> buttonEventType(int button, bool down) {
 
 } // namespace
 
+std::optional<int> xinputOpcode(X11Connection& connection) {
+    int opcode = 0;
+    int eventBase = 0;
+    int errorBase = 0;
+    if (!XQueryExtension(connection.display(), "XInputExtension", &opcode, &eventBase, &errorBase))
+        return std::nullopt;
+    // From 2.1 on raw events reach the root window while another client grabs the device.
+    int major = 2;
+    int minor = 2;
+    if (XIQueryVersion(connection.display(), &major, &minor) != Success || major < 2 ||
+        (major == 2 && minor < 1))
+        return std::nullopt;
+    return opcode;
+}
+
 std::unique_ptr<X11EventTapChannel> X11EventTapChannel::open(CGEventMask eventsOfInterest) {
     std::unique_ptr<X11Connection> connection = X11Connection::open();
     if (!connection || !connection->supportsCursorHiding())
         return nullptr;
-    int opcode = 0;
-    int eventBase = 0;
-    int errorBase = 0;
-    if (!XQueryExtension(connection->display(), "XInputExtension", &opcode, &eventBase, &errorBase))
-        return nullptr;
-    // From 2.1 on raw events reach the root window while another client grabs the pointer.
-    int major = 2;
-    int minor = 2;
-    if (XIQueryVersion(connection->display(), &major, &minor) != Success || major < 2 ||
-        (major == 2 && minor < 1))
+    const std::optional<int> opcode = xinputOpcode(*connection);
+    if (!opcode)
         return nullptr;
     return std::unique_ptr<X11EventTapChannel>(
-        new X11EventTapChannel(std::move(connection), opcode, eventsOfInterest));
+        new X11EventTapChannel(std::move(connection), *opcode, eventsOfInterest));
 }
 
 X11EventTapChannel::X11EventTapChannel(std::unique_ptr<X11Connection> connection, int inputOpcode,
                                        CGEventMask eventsOfInterest)
-    : connection(std::move(connection)), inputOpcode(inputOpcode), eventsOfInterest(eventsOfInterest) {}
+    : connection(std::move(connection)), inputOpcode(inputOpcode), eventsOfInterest(eventsOfInterest),
+      xtestDevices(*this->connection) {}
 
 X11EventTapChannel::~X11EventTapChannel() = default;
 
@@ -118,17 +126,17 @@ std::optional<EventTapChannel::Event> X11EventTapChannel::eventForRawEvent(int r
         type = buttonEventType(detail, rawEventType == XI_RawButtonPress);
     if (!type || !(eventsOfInterest & CGEventMaskBit(*type)))
         return std::nullopt;
-    const bool injected = isXTestDevice(sourceDevice);
+    const bool injected = xtestDevices.contains(sourceDevice);
     if (injected && *type == kCGEventMouseMoved)
         return std::nullopt;
     return Event{*type, injected ? kCGEventSourceStatePrivate : kCGEventSourceStateHIDSystemState};
 }
 
-bool X11EventTapChannel::isXTestDevice(int device) {
-    const auto known = xtestDevices.constFind(device);
-    if (known != xtestDevices.cend())
-        return *known;
-    Display* display = connection->display();
+bool X11XTestDevices::contains(int device) {
+    const auto found = known.constFind(device);
+    if (found != known.cend())
+        return *found;
+    Display* display = connection.display();
     bool xtest = false;
     const Atom property = XInternAtom(display, "XTEST Device", True);
     if (property != None) {
@@ -144,8 +152,8 @@ bool X11EventTapChannel::isXTestDevice(int device) {
             xtest = format == 8 && count >= 1 && data[0] != 0;
             XFree(data);
         }
-        connection->syncAndTakeErrors();
+        connection.syncAndTakeErrors();
     }
-    xtestDevices.insert(device, xtest);
+    known.insert(device, xtest);
     return xtest;
 }

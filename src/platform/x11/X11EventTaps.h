@@ -20,6 +20,22 @@
 
 class X11Connection;
 
+// The major opcode of XInput, when the server has XInput 2.1 or later.
+std::optional<int> xinputOpcode(X11Connection& connection);
+
+// Which input devices are XTEST devices: the server's answers, kept until clear() (when the
+// device hierarchy changes).
+class X11XTestDevices {
+public:
+    explicit X11XTestDevices(X11Connection& connection) : connection(connection) {}
+    bool contains(int device);
+    void clear() { known.clear(); }
+
+private:
+    X11Connection& connection;
+    QHash<int, bool> known;
+};
+
 class X11EventTapChannel final : public EventTapChannel {
 public:
     // Null when no X display can be reached, or the server lacks XInput 2.1 or XFixes 4.
@@ -39,12 +55,10 @@ public:
 private:
     X11EventTapChannel(std::unique_ptr<X11Connection> connection, int inputOpcode,
                        CGEventMask eventsOfInterest);
-    bool isXTestDevice(int device);
 
     std::unique_ptr<X11Connection> connection;
     const int inputOpcode;
     const CGEventMask eventsOfInterest;
     bool enabled = false;
-    // Answers of the server, until the device hierarchy changes.
-    QHash<int, bool> xtestDevices;
+    X11XTestDevices xtestDevices;
 };
