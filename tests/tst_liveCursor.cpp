@@ -5,13 +5,13 @@
 // tested with the raw event data of the server's own non-XTEST pointer instead.
 
 #include "cursorTestSupport.h"
-#include "liveDesktopSession.h"
 #include "osxCursor.h"
 #include "platformTestSupport.h"
 #include "testSupport.h"
 #include "x11/X11Connection.h"
 #include "x11/X11Cursor.h"
 #include "x11/X11EventTaps.h"
+#include "x11TestSession.h"
 
 #include <QMutex>
 #include <QTest>
@@ -80,15 +80,7 @@ class TestLiveCursor : public QObject, private VirtualDesktopTestBase {
 
 private slots:
     void initTestCase() {
-        session = std::make_unique<LiveDesktopSession>();
-        if (!session->isReady())
-            QSKIP(qPrintable(session->skipReason()));
-        session->applyToThisProcess();
-        client = X11Connection::open();
-        QVERIFY(client);
-        x = client->display();
-        int event = 0, error = 0, major = 0, minor = 0;
-        QVERIFY(XTestQueryExtension(x, &event, &error, &major, &minor));
+        UIET_START_X11_TEST_SESSION(session, client, x);
         // A bare server shows no cursor: the root gets one, so that there is something to hide.
         XDefineCursor(x, DefaultRootWindow(x), XCreateFontCursor(x, XC_left_ptr));
         XSync(x, False);

@@ -1,13 +1,13 @@
 // Event filtering on a private X server: keys and modifiers injected through XTEST reach the
 // taps, and a window of the test's own, which has the focus, sees only the keys passed on.
 
-#include "liveDesktopSession.h"
 #include "modifierSubscribers.h"
 #include "osxEventFiltering.h"
 #include "platformEvents.h"
 #include "platformTestSupport.h"
 #include "testSupport.h"
 #include "x11/X11Connection.h"
+#include "x11TestSession.h"
 
 #include <QMutex>
 #include <QTest>
@@ -79,15 +79,7 @@ class TestLiveEventFiltering : public QObject, private LiveObjectCheck {
 
 private slots:
     void initTestCase() {
-        session = std::make_unique<LiveDesktopSession>();
-        if (!session->isReady())
-            QSKIP(qPrintable(session->skipReason()));
-        session->applyToThisProcess();
-        client = X11Connection::open();
-        QVERIFY(client);
-        x = client->display();
-        int event = 0, error = 0, major = 0, minor = 0;
-        QVERIFY(XTestQueryExtension(x, &event, &error, &major, &minor));
+        UIET_START_X11_TEST_SESSION(session, client, x);
         window = XCreateSimpleWindow(x, DefaultRootWindow(x), 0, 0, 100, 100, 0, 0, 0);
         XSelectInput(x, window, KeyPressMask | KeyReleaseMask | StructureNotifyMask);
         XMapWindow(x, window);
