@@ -6,9 +6,6 @@
 #include <QDebug>
 #include <QTimer>
 
-// After Qt: Xlib defines Bool and Status.
-#include <X11/Xlib.h>
-
 DisplayMonitor& DisplayMonitor::instance() {
     // Never destroyed: notifications may be asked for until the process ends.
     static DisplayMonitor* const monitor = new DisplayMonitor;
@@ -41,7 +38,7 @@ void DisplayMonitor::setDisplayPowerReaderForTesting(std::function<DisplayPower(
 void DisplayMonitor::start() {
     if (timer->isActive())
         return;
-    display = XOpenDisplay(nullptr);
+    connection = X11Connection::open();
     last = read();
     if (*last == DisplayPower::Unknown)
         qDebug().noquote()
@@ -53,13 +50,14 @@ void DisplayMonitor::start() {
 void DisplayMonitor::stop() {
     timer->stop();
     last.reset();
-    if (display)
-        XCloseDisplay(display);
-    display = nullptr;
+    connection.reset();
 }
 
 DisplayPower DisplayMonitor::read() {
-    return testReader ? testReader() : readDisplayPower(display);
+    if (testReader)
+        return testReader();
+    // A server that went away took its DPMS with it.
+    return readDisplayPower(connection && !connection->isLost() ? connection->display() : nullptr);
 }
 
 void DisplayMonitor::lookNow() {

@@ -9,10 +9,12 @@
 // DPMS the display's state is unknown and nothing is posted; a note in the log says so.
 
 #include "session/DisplayPower.h"
+#include "x11/X11Connection.h"
 
 #include <QObject>
 
 #include <functional>
+#include <memory>
 #include <optional>
 
 class QTimer;
@@ -41,7 +43,7 @@ private:
     DisplayPower read();
 
     QTimer* timer;
-    _XDisplay* display = nullptr;
+    std::unique_ptr<X11Connection> connection;
     std::function<DisplayPower()> testReader;
     std::optional<DisplayPower> last;
 };

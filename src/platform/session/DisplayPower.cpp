@@ -1,5 +1,7 @@
 #include "DisplayPower.h"
 
+#include "x11/X11Connection.h"
+
 #include <X11/Xlib.h>
 #include <X11/extensions/dpms.h>
 
@@ -23,14 +25,14 @@ DisplayPower readDisplayPower(_XDisplay* display) {
 }
 
 bool wakeXDisplay() {
-    Display* display = XOpenDisplay(nullptr);
-    if (!display)
+    const std::unique_ptr<X11Connection> connection = X11Connection::open();
+    if (!connection)
         return false;
+    Display* display = connection->display();
     XResetScreenSaver(display);
     CARD16 level = DPMSModeOn;
     if (dpmsLevel(display, &level) && level != DPMSModeOn)
         DPMSForceLevel(display, DPMSModeOn);
-    XSync(display, False);
-    XCloseDisplay(display);
+    connection->syncAndTakeErrors();
     return true;
 }

@@ -1,5 +1,7 @@
 #include "platformScreenCapture.h"
 
+#include "x11/X11Connection.h"
+
 #include <QByteArray>
 #include <QDebug>
 #include <QMutex>
@@ -7,9 +9,6 @@
 #include <QSet>
 
 #include <cstring>
-
-// After Qt: Xlib defines Bool and Status.
-#include <X11/Xlib.h>
 
 namespace {
 
@@ -40,11 +39,7 @@ bool isWaylandSession() {
 }
 
 bool xDisplayReachable() {
-    Display* display = XOpenDisplay(nullptr);
-    if (!display)
-        return false;
-    XCloseDisplay(display);
-    return true;
+    return X11Connection::open() != nullptr;
 }
 
 } // namespace

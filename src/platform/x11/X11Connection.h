@@ -1,6 +1,6 @@
 #pragma once
 
-// A connection of the cursor services' own to the X server, apart from Qt's and the accessibility
+// A connection of the platform services' own to the X server, apart from Qt's and the accessibility
 // provider's. Xlib's default handlers end the process on a failed request or a broken connection;
 // here a failed request is counted on its connection and a broken connection marks it lost. Not
 // thread-safe: the owner serializes all use of one connection.

@@ -1,4 +1,5 @@
 #include "X11Modifiers.h"
+#include "X11Connection.h"
 
 #include <X11/Xlib.h>
 #include <X11/keysym.h>
@@ -56,15 +57,14 @@ CGEventFlags CGEventFlagsFromX11ModifierState(Display* display, unsigned int sta
 // A connection of its own for each question: modifiers are asked for rarely (when a key event is
 // interpreted), and so no connection lingers that a server going away could break.
 CGEventFlags CGEventSourceFlagsState(CGEventSourceStateID) {
-    Display* display = XOpenDisplay(nullptr);
-    if (!display)
+    const std::unique_ptr<X11Connection> connection = X11Connection::open();
+    if (!connection)
         return 0;
+    Display* display = connection->display();
     Window root = 0, child = 0;
     int rootX = 0, rootY = 0, x = 0, y = 0;
     unsigned int state = 0;
     // The state is valid also when the pointer is on another screen, which makes the call false.
     XQueryPointer(display, DefaultRootWindow(display), &root, &child, &rootX, &rootY, &x, &y, &state);
-    const CGEventFlags flags = CGEventFlagsFromX11ModifierState(display, state);
-    XCloseDisplay(display);
-    return flags;
+    return CGEventFlagsFromX11ModifierState(display, state);
 }
