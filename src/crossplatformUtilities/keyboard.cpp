@@ -51,11 +51,11 @@ struct ModifierInfo {
     unsigned long long eventFlag;
 };
 constexpr std::array<ModifierInfo, 5> kModifiers = {{
-    {Qt::ShiftModifier, 0x20000},    // kCGEventFlagMaskShift
-    {Qt::ControlModifier, 0x100000}, // kCGEventFlagMaskCommand
-    {Qt::AltModifier, 0x80000},      // kCGEventFlagMaskAlternate
-    {Qt::MetaModifier, 0x40000},     // kCGEventFlagMaskControl
-    {Qt::KeypadModifier, 0x200000},  // kCGEventFlagMaskNumericPad
+    {Qt::ShiftModifier, kCGEventFlagMaskShift},
+    {Qt::ControlModifier, kCGEventFlagMaskCommand},
+    {Qt::AltModifier, kCGEventFlagMaskAlternate},
+    {Qt::MetaModifier, kCGEventFlagMaskControl},
+    {Qt::KeypadModifier, kCGEventFlagMaskNumericPad},
 }};
 
 // The texts of the modifiers that are set, in the order of the list.

@@ -46,6 +46,7 @@ enum : CGEventFlags {
     kCGEventFlagMaskControl = 0x00040000,
     kCGEventFlagMaskAlternate = 0x00080000,
     kCGEventFlagMaskCommand = 0x00100000,
+    kCGEventFlagMaskNumericPad = 0x00200000,
 };
 
 extern "C" {
